@@ -1,0 +1,35 @@
+# How this project's own code is compiled; nothing of it reaches those who link the library.
+
+option(KORVALEN_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+option(KORVALEN_HARDENED "Build with the usual hardening of a program that runs as root" OFF)
+set(KORVALEN_SANITIZERS "" CACHE STRING "Sanitizers to build with, comma-separated")
+option(KORVALEN_COVERAGE "Instrument for coverage" OFF)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+add_library(korvalen_options INTERFACE)
+target_compile_options(korvalen_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wformat=2 -Wundef $<$<BOOL:${KORVALEN_WARNINGS_AS_ERRORS}>:-Werror>)
+
+if(KORVALEN_HARDENED)
+  target_compile_options(korvalen_options INTERFACE
+    -fstack-protector-strong -fstack-clash-protection -fcf-protection -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
+    -D_GLIBCXX_ASSERTIONS)
+  target_link_options(korvalen_options INTERFACE -pie -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+endif()
+
+if(KORVALEN_SANITIZERS)
+  target_compile_options(korvalen_options INTERFACE
+    -fsanitize=${KORVALEN_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(korvalen_options INTERFACE -fsanitize=${KORVALEN_SANITIZERS})
+endif()
+
+if(KORVALEN_COVERAGE)
+  target_compile_options(korvalen_options INTERFACE --coverage -O0)
+  target_link_options(korvalen_options INTERFACE --coverage)
+endif()
