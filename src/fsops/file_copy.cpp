@@ -1,0 +1,96 @@
+#include "fsops/file_copy.h"
+
+#include "driver/install_log.h"
+#include "driver/uninstall_script.h"
+#include "fsops/block_copy.h"
+#include "fsops/file_queries.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <iostream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace korvalen {
+
+namespace {
+
+constexpr int open_attempts = 5;
+
+open_file open_with_retries(open_file (*open)(const char *), const char *path) {
+  for (int attempt = 1;; ++attempt) {
+    errno = 0;
+    open_file file = open(path);
+    if (file || attempt == open_attempts)
+      return file;
+    fdfSleep(1.0);
+  }
+}
+
+// Writes errno and then the path to the install log.
+void log_failure(const char *label, const char *path) {
+  log_line("\nerrno : ", errno);
+  log_line(label, path);
+}
+
+void copy_contents(std::FILE *source, std::FILE *target, const char *target_path) {
+  errno = 0;
+  for (;;) {
+    switch (copy_block(source, target)) {
+    case block_result::written:
+      break;
+    case block_result::cut_short:
+      // Wanted: the copy goes on with the next block.
+      log_failure("WRITE IN  FILE ERROR : ", target_path);
+      break;
+    case block_result::end:
+      return;
+    }
+  }
+}
+
+} // namespace
+
+bool fdfCopyFile(const char *source, const char *target, int /*unused*/, bool record) {
+  const open_file source_file = open_with_retries(open_source, source);
+  if (!source_file) {
+    log_failure("FILE NOT FOUND : ", source);
+    return false;
+  }
+
+  errno = 0;
+  if (fdfExists(target))
+    chmod(target, 0755);
+
+  open_file target_file = open_with_retries(open_target, target);
+  if (!target_file) {
+    log_failure("CREATE FILE ERROR : ", target);
+    end_with_copy_error(source, target);
+  }
+
+  copy_contents(source_file.get(), target_file.get(), target);
+  target_file.reset();
+
+  if (record)
+    add_korvalen_install_files(target);
+  return true;
+}
+
+void end_with_copy_error(const char *source, const char *target) {
+  std::cerr << "ERROR while copying " << source << std::endl
+            << " to " << target << std::endl
+            << std::endl
+            << "Please check path and privileges!" << std::endl
+            << std::endl;
+  std::exit(-1);
+}
+
+int fdfSleep(double seconds) {
+  const int whole = static_cast<int>(seconds);
+  auto left = static_cast<unsigned>(whole);
+  while (left > 0)
+    left = sleep(left);
+  return whole;
+}
+
+} // namespace korvalen

@@ -1,0 +1,52 @@
+#include "fsops/file_queries.h"
+
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <sys/stat.h>
+#include <vector>
+
+namespace korvalen {
+
+namespace {
+
+constexpr std::size_t line_buffer_size = 200'000;
+constexpr std::size_t max_lines = 200'000;
+
+std::vector<owned_string> read_lines(const char *path) {
+  std::vector<owned_string> lines;
+  std::ifstream file(path);
+  std::vector<char> line(line_buffer_size);
+  while (lines.size() < max_lines && file.getline(line.data(), line_buffer_size))
+    lines.push_back(str_dup_line(line.data()));
+  return lines;
+}
+
+} // namespace
+
+bool fdfExists(const char *path) {
+  errno = 0;
+  struct stat status {};
+  if (stat(path, &status) == 0)
+    errno = 0;
+  return errno == 0;
+}
+
+bool fdfExistsQuiet(const char *path) {
+  struct stat status {};
+  const int reason = stat(path, &status) == 0 ? 0 : errno;
+  errno = 0;
+  return reason == 0;
+}
+
+line_array fdfReadLines(const char *path, std::int32_t *count) {
+  const bool exists = fdfExists(path);
+  std::vector<owned_string> lines;
+  if (exists)
+    lines = read_lines(path);
+  if (count != nullptr)
+    *count = static_cast<std::int32_t>(lines.size());
+  return exists ? line_array_of(lines) : nullptr;
+}
+
+} // namespace korvalen

@@ -1,0 +1,21 @@
+// Questions about paths, and text files as arrays of lines.
+#pragma once
+
+#include "driver/strings.h"
+
+namespace korvalen {
+
+// Whether anything stands at the path, of whatever kind; a symbolic link counts as its target.
+// Leaves errno 0 when true and the reason when false.
+bool fdfExists(const char *path);
+
+// The same question; always leaves errno 0.
+bool fdfExistsQuiet(const char *path);
+
+// The lines of a text file without their line ends; a CR ends a line early and stays in it as an LF. At most
+// 200,000 lines; a line of more than 199,999 characters ends the reading before it.
+// Null only when nothing stands at the path; a file that cannot be read gives an array without lines.
+// The number of lines goes through `count` unless that is null.
+line_array fdfReadLines(const char *path, std::int32_t *count);
+
+} // namespace korvalen
