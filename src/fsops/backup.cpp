@@ -1,0 +1,78 @@
+#include "fsops/backup.h"
+
+#include "driver/strings.h"
+#include "driver/uninstall_script.h"
+#include "fsops/file_copy.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <libgen.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace korvalen {
+
+namespace {
+
+// An existing backup is never replaced, not even when somebody's look-up of it failed for a moment. A
+// symbolic link is not a backup: what it points to stays where it is.
+bool may_stand_at(const char *backup) {
+  struct stat status {};
+  return lstat(backup, &status) == 0 ? S_ISLNK(status.st_mode) : errno == ENOENT;
+}
+
+bool create_empty(const char *path) {
+  const int file = open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (file < 0)
+    return false;
+  close(file);
+  return true;
+}
+
+// Only a regular file has a size to compare.
+bool is_complete(const char *copy, const char *original) {
+  struct stat original_status {};
+  struct stat copy_status {};
+  if (stat(original, &original_status) != 0 || stat(copy, &copy_status) != 0)
+    return false;
+  return !S_ISREG(original_status.st_mode) || copy_status.st_size == original_status.st_size;
+}
+
+bool flush_to_disk(const char *path) {
+  const int file = open(path, O_RDONLY | O_CLOEXEC);
+  if (file < 0)
+    return false;
+  const bool flushed = fsync(file) == 0;
+  return close(file) == 0 && flushed;
+}
+
+} // namespace
+
+bool keep_original(const char *path, const char *backup, bool record) {
+  if (!may_stand_at(backup))
+    return false;
+
+  const owned_string unfinished = str_format_new("%s.new", backup);
+  std::remove(unfinished.get());
+  if (!create_empty(unfinished.get()))
+    return fdfCopyFile(path, backup, 0, record);
+
+  // The name was created only to see that it can be. The copy creates it anew, with the mode of a new file.
+  if (std::remove(unfinished.get()) != 0)
+    return false;
+
+  const bool kept = fdfCopyFile(path, unfinished.get(), 0, false) && is_complete(unfinished.get(), path) &&
+                    flush_to_disk(unfinished.get()) && std::rename(unfinished.get(), backup) == 0;
+  if (!kept) {
+    std::remove(unfinished.get());
+    return false;
+  }
+  const owned_string directory = str_format_new("%s", backup);
+  flush_to_disk(dirname(directory.get()));
+  if (record)
+    add_korvalen_install_files(backup);
+  return true;
+}
+
+} // namespace korvalen
