@@ -1,0 +1,15 @@
+// Joining the product to one ENVI installation.
+#pragma once
+
+namespace korvalen {
+
+// Patches ENVI's launch scripts, deploys the product's extensions into the ENVI directory and into the IDL
+// directory inside it, and patches IDL's launch scripts. A trailing "/" of either directory does not count.
+// Without an ENVI directory (null or empty) only the progress text is printed. Prints progress and warnings
+// on standard output. 1 when it finished, 0 when there is no IDL directory; the ENVI scripts then stay
+// patched and nothing is deployed. The process ends as fdfCopyFile does when a file cannot be created. The
+// third argument is not used.
+int fkorvInstallEnviExtensions(const char *envi_dir, const char *product_dir, const void *unused,
+                               const char *init_dir);
+
+} // namespace korvalen
