@@ -1,0 +1,2 @@
+MODULE libKorvalenIDLExtensions
+DESCRIPTION Korvalen routines in C, release 5.2

@@ -1,0 +1,2 @@
+Processing report of {project}
+Started {start}, ended {end}

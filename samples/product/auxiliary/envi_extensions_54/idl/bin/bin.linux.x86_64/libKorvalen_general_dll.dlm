@@ -1,0 +1,5 @@
+MODULE libKorvalen_general_dll
+DESCRIPTION Korvalen routines in C
+VERSION 5.4
+SOURCE Korvalen
+FUNCTION KORVALEN_GENERAL_VERSION 0 0
