@@ -13,7 +13,8 @@ namespace support {
 
 namespace fs = std::filesystem;
 
-// Writes the bytes over whatever stood there, making missing parents. Throws when that fails: the set-up broke.
+// Writes the bytes over whatever stood there, making missing parents. Throws when that fails: the set-up
+// broke.
 void write_file(const fs::path &path, std::string_view bytes, mode_t mode = 0644);
 
 // All bytes of a file. Throws when it cannot be read.

@@ -51,7 +51,9 @@ struct captured_stream {
 } // namespace
 
 std::ostream &operator<<(std::ostream &stream, const outcome &o) {
-  return stream << "status " << o.status << ", signal " << o.signal << "\n--- out\n" << o.out << "--- err\n" << o.err;
+  return stream << "status " << o.status << ", signal " << o.signal << "\n--- out\n"
+                << o.out << "--- err\n"
+                << o.err;
 }
 
 outcome run(const std::vector<std::string> &arguments, int seconds) {
