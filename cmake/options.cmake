@@ -2,6 +2,7 @@
 
 option(KORVALEN_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 option(KORVALEN_HARDENED "Build with the usual hardening of a program that runs as root" OFF)
+option(KORVALEN_STATIC "Link the executable statically, strip it, and make the build independent of its directory" OFF)
 set(KORVALEN_SANITIZERS "" CACHE STRING "Sanitizers to build with, comma-separated")
 option(KORVALEN_COVERAGE "Instrument for coverage" OFF)
 
@@ -20,7 +21,17 @@ if(KORVALEN_HARDENED)
   target_compile_options(korvalen_options INTERFACE
     -fstack-protector-strong -fstack-clash-protection -fcf-protection -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2
     -D_GLIBCXX_ASSERTIONS)
-  target_link_options(korvalen_options INTERFACE -pie -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+  target_link_options(korvalen_options INTERFACE
+    $<IF:$<BOOL:${KORVALEN_STATIC}>,-static-pie,-pie> -Wl,-z,relro,-z,now -Wl,-z,noexecstack)
+endif()
+
+if(KORVALEN_STATIC)
+  target_compile_options(korvalen_options INTERFACE -g
+    -ffile-prefix-map=${CMAKE_BINARY_DIR}=build -ffile-prefix-map=${CMAKE_SOURCE_DIR}=.)
+  target_link_options(korvalen_options INTERFACE -static-pie -Wl,--build-id=sha1)
+  # Archives without times, owners and modes.
+  set(CMAKE_CXX_ARCHIVE_CREATE "<CMAKE_AR> qcD <TARGET> <LINK_FLAGS> <OBJECTS>")
+  set(CMAKE_CXX_ARCHIVE_FINISH "<CMAKE_RANLIB> -D <TARGET>")
 endif()
 
 if(KORVALEN_SANITIZERS)
