@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -64,8 +65,10 @@ bool fdfRemoveDir(const char *path) {
 
 line_array fdfDirFiles(const char *pattern, std::int32_t *count) {
   const leftover old_listing = remove_old_listing();
-  if (old_listing == leftover::dangerous)
+  if (old_listing == leftover::dangerous) {
+    std::cerr << "Error: cannot replace " << listing_file << std::endl;
     return nullptr;
+  }
 
   [[maybe_unused]] const int status = std::system(listing_command(pattern, listing_file).c_str());
   // A listing that could be neither removed nor overwritten is not this pattern's.
