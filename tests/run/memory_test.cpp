@@ -1,0 +1,48 @@
+// One whole run under valgrind, which cannot run a binary that brings an address sanitizer of its own.
+
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KORVALEN_TESTS_ARE_SANITIZED
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define KORVALEN_TESTS_ARE_SANITIZED
+#endif
+
+#ifndef KORVALEN_TESTS_ARE_SANITIZED
+
+#include "run/whole_run.h"
+
+using namespace whole_runs;
+
+namespace {
+
+class Memory : public whole_run {
+protected:
+  support::outcome check(const std::vector<std::string> &arguments) const {
+    std::vector<std::string> command = {"valgrind",
+                                        "--quiet",
+                                        "--log-file=" + path("errors"),
+                                        "--leak-check=full",
+                                        "--errors-for-leak-kinds=definite,indirect,possible",
+                                        "--error-exitcode=99",
+                                        INSTALLER_PATH};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return support::run(command);
+  }
+};
+
+} // namespace
+
+TEST_F(Memory, HasNoErrorAndNoLeakInAWholeRun) {
+  unpack_samples();
+  EXPECT_THAT(check({product(), envi()}), Ended(0, installed, ""));
+  EXPECT_EQ(support::read_file(path("errors")), "");
+}
+
+TEST_F(Memory, HasNoErrorInARefusedRun) {
+  EXPECT_EQ(check({product(), "/opt/a;b"}).status, 1);
+  EXPECT_EQ(support::read_file(path("errors")), "");
+}
+
+#endif
