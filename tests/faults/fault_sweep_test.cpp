@@ -1,0 +1,69 @@
+#include "faults/sweep.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <string_view>
+
+namespace {
+
+long stride = 37;
+
+const faults::scenario first_installation = {
+    "a first installation", {"/mnt/opt/product", "/mnt/opt/envi54", "local"}, "opt/korvalen_uninstall.sh"};
+
+const faults::scenario repeated_installation = {"a repeated installation",
+                                                {"/mnt/opt/product", "/mnt/opt/envi54", "local"},
+                                                "opt/korvalen_uninstall.sh",
+                                                true};
+
+const faults::scenario system_layout = {"the product alone, in the system layout",
+                                        {"/mnt/opt/product"},
+                                        "etc/quorin/korvalen_uninstall.sh",
+                                        false,
+                                        true};
+
+std::string joined(const std::vector<std::string> &findings) {
+  constexpr std::size_t shown = 40;
+  std::string text;
+  for (std::size_t i = 0; i < findings.size() && i < shown; ++i)
+    text += findings[i] + "\n";
+  if (findings.size() > shown)
+    text += "... and " + std::to_string(findings.size() - shown) + " more\n";
+  return text;
+}
+
+void expect_nothing_lost(const faults::scenario &what) {
+  if (!faults::can_sweep())
+    GTEST_SKIP() << "this system grants no mount namespace";
+  const faults::tally result = faults::sweep(what, stride);
+  faults::print_table(std::cout, what, result);
+  EXPECT_EQ(joined(result.findings), "");
+}
+
+} // namespace
+
+TEST(FaultSweep, NothingIsLostWhereverAFirstInstallationIsDisturbed) {
+  expect_nothing_lost(first_installation);
+}
+
+TEST(FaultSweep, NothingIsLostWhereverARepeatedInstallationIsDisturbed) {
+  expect_nothing_lost(repeated_installation);
+}
+
+TEST(FaultSweep, NothingIsLostWhereverTheSystemLayoutIsDisturbed) {
+  expect_nothing_lost(system_layout);
+}
+
+// fault_sweep [--all]: every disturbance instead of a few of them.
+int main(int argc, char **argv) {
+  testing::InitGoogleTest(&argc, argv);
+  const bool all = argc == 2 && std::string_view(argv[1]) == "--all";
+  if (argc > 1 && !all) {
+    std::cerr << "usage: fault_sweep [--all]\n";
+    return 2;
+  }
+  if (all)
+    stride = 1;
+  return RUN_ALL_TESTS();
+}
