@@ -28,7 +28,7 @@ using line_array = std::unique_ptr<char *[], line_array_deleter>;
 // Hands the strings, in their order, over to a new line array.
 line_array line_array_of(std::span<owned_string> strings);
 
-// printf into a new string of exactly the needed size. Null only for a result that is too long for an int.
+// printf into a new string of exactly the needed size. Null when the values cannot be formatted.
 [[gnu::format(printf, 1, 2)]] owned_string str_format_new(const char *format, ...);
 
 // a followed by b; a is released. Null when a is null (b is then not looked at).

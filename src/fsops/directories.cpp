@@ -20,15 +20,15 @@ namespace {
 
 constexpr const char *listing_file = "./.korvalen_ls_temp_txt";
 
-enum class leftover { none, replaceable, dangerous };
-
-// Removes the listing before this one and tells what is still there. A link, or a FIFO that would block the
-// shell, can only be still there when somebody else owns it in a directory that several users share.
-leftover remove_old_listing() {
+// Removes the listing before this one and tells whether a new one may be made in its place. Where it cannot
+// be removed, only the user's own file may be written again, and only the user's own directory be left to the
+// shell, which says that it cannot write there: a link would be written through, a FIFO waited for, and what
+// somebody else owns could be changed before it is read.
+bool make_room_for_listing() {
   struct stat status {};
   if (lstat(listing_file, &status) != 0 || fdfRemoveFile(listing_file))
-    return leftover::none;
-  return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode) ? leftover::replaceable : leftover::dangerous;
+    return true;
+  return status.st_uid == geteuid() && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
 }
 
 const char *bare_name(const char *path) {
@@ -64,17 +64,12 @@ bool fdfRemoveDir(const char *path) {
 }
 
 line_array fdfDirFiles(const char *pattern, std::int32_t *count) {
-  const leftover old_listing = remove_old_listing();
-  if (old_listing == leftover::dangerous) {
+  if (!make_room_for_listing()) {
     std::cerr << "Error: cannot replace " << listing_file << std::endl;
     return nullptr;
   }
 
   [[maybe_unused]] const int status = std::system(listing_command(pattern, listing_file).c_str());
-  // A listing that could be neither removed nor overwritten is not this pattern's.
-  if (old_listing == leftover::replaceable && access(listing_file, W_OK) != 0)
-    return nullptr;
-
   std::int32_t line_count = 0;
   const line_array lines = fdfReadLines(listing_file, &line_count);
   if (!lines)

@@ -35,18 +35,11 @@ void log_failure(const char *label, const char *path) {
 
 void copy_contents(std::FILE *source, std::FILE *target, const char *target_path) {
   errno = 0;
-  for (;;) {
-    switch (copy_block(source, target)) {
-    case block_result::written:
-      break;
-    case block_result::cut_short:
-      // Wanted: the copy goes on with the next block.
+  for (block_result result = copy_block(source, target); result != block_result::end;
+       result = copy_block(source, target))
+    // Wanted: after a short write the copy goes on with the next block.
+    if (result == block_result::cut_short)
       log_failure("WRITE IN  FILE ERROR : ", target_path);
-      break;
-    case block_result::end:
-      return;
-    }
-  }
 }
 
 } // namespace

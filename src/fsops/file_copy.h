@@ -14,7 +14,8 @@ bool fdfCopyFile(const char *source, const char *target, int unused, bool record
 // Writes the five lines that tell on standard error that a copy failed, and ends the process with status 255.
 [[noreturn]] void end_with_copy_error(const char *source, const char *target);
 
-// Sleeps for the whole seconds of a number from 0 to INT_MAX, and returns them.
+// Sleeps for the whole seconds of a number from 0 to INT_MAX, and returns them. Each signal that is caught
+// meanwhile may take less than a second off.
 int fdfSleep(double seconds);
 
 } // namespace korvalen

@@ -33,9 +33,14 @@ void append_quoted(std::string &command, char byte) {
     command.append({'\'', byte, '\''});
 }
 
+// What `ls` would take for an option, as the names may that a leading wildcard stands for, and what the shell
+// would take for the number of a file descriptor.
 bool needs_directory(std::string_view pattern) {
-  return pattern.starts_with('-') ||
-         (!pattern.empty() && pattern.find_first_not_of("0123456789") == std::string_view::npos);
+  if (pattern.empty())
+    return false;
+  const bool has_directory = pattern.find('/') != std::string_view::npos;
+  return pattern.front() == '-' || (is_one_of(wildcards, pattern.front()) && !has_directory) ||
+         pattern.find_first_not_of("0123456789") == std::string_view::npos;
 }
 
 } // namespace

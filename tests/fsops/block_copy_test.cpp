@@ -115,6 +115,15 @@ TEST_F(BlockCopy, EndsAtAReadErrorAsAtTheEndOfTheFile) {
   EXPECT_EQ(read_file("target"), "some bytes");
 }
 
+TEST_F(BlockCopy, ClearsErrnoBeforeItWrites) {
+  write_file("source", "a");
+  const open_file source = open_source("source");
+  const open_file target = open_target("target");
+  errno = EIO;
+  EXPECT_EQ(copy_block(source.get(), target.get()), block_result::written);
+  EXPECT_EQ(errno, 0);
+}
+
 TEST_F(BlockCopy, TellsWhyABlockIsCutShort) {
   write_file("source", std::string(100, 'a'));
   const open_file source = open_source("source");

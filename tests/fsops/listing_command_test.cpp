@@ -122,7 +122,7 @@ TEST(ListingCommand, PutsADirectoryBeforeWhatWouldBeAnOptionOrAFileDescriptor) {
   EXPECT_EQ(quoted("-/*"), "./-/*");
   EXPECT_EQ(quoted("-;x"), "./-';'x");
   EXPECT_EQ(quoted("0"), "./0");
-  EXPECT_EQ(quoted("123"), "./123");
+  EXPECT_EQ(quoted("0123456789"), "./0123456789");
   EXPECT_EQ(quoted("12x"), "12x");
   EXPECT_EQ(quoted("x12"), "x12");
 }

@@ -23,9 +23,11 @@ std::size_t start_of_last_component(std::string_view pattern) {
 
 // A pattern that the shell or `ls` would take for something else than a path is made one.
 std::string as_path(const std::string &pattern) {
-  const bool is_option = pattern.starts_with('-');
+  const bool starts_with_wildcard =
+      !pattern.empty() && std::string_view("*?[").find(pattern[0]) != std::string_view::npos;
+  const bool may_match_an_option = starts_with_wildcard && pattern.find('/') == std::string::npos;
   const bool is_descriptor = !pattern.empty() && pattern.find_first_not_of("0123456789") == std::string::npos;
-  return (is_option || is_descriptor ? "./" : "") + pattern;
+  return (pattern.starts_with('-') || may_match_an_option || is_descriptor ? "./" : "") + pattern;
 }
 
 // One word of a command, each byte with a mark: '!' when the shell matches file names with it, else a blank.
