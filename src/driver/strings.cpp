@@ -94,11 +94,10 @@ void str_remove_suffix(char *s, const char *suffix) {
 }
 
 line_array line_array_of(std::span<owned_string> strings) {
-  line_array array(new char *[strings.size() + 1]);
+  line_array array(std::make_unique<char *[]>(strings.size() + 1).release());
   char **slot = array.get();
   for (owned_string &string : strings)
     *slot++ = string.release();
-  *slot = nullptr;
   return array;
 }
 
@@ -127,9 +126,9 @@ owned_string str_join_path(const char *directory, const char *sub_path) {
 void free_line_array(char **array) {
   if (array == nullptr)
     return;
+  const std::unique_ptr<char *[]> lines(array);
   for (char **line = array; *line != nullptr; ++line)
-    delete[] * line;
-  delete[] array;
+    owned_string(*line).reset();
 }
 
 } // namespace korvalen

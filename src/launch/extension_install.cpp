@@ -52,10 +52,12 @@ bool install_into(const char *envi_dir, const char *product_dir, const char *ini
 int fkorvInstallEnviExtensions(const char *envi_dir, const char *product_dir, const void * /*unused*/,
                                const char *init_dir) {
   print_progress("\n   Installing ENVI extensions... ");
-  if (envi_dir != nullptr && envi_dir[0] != '\0' &&
-      !install_into(without_trailing_slash(envi_dir).get(), without_trailing_slash(product_dir).get(),
-                    init_dir))
-    return 0;
+  if (envi_dir != nullptr && envi_dir[0] != '\0') {
+    const owned_string envi = without_trailing_slash(envi_dir);
+    const owned_string product = without_trailing_slash(product_dir);
+    if (!install_into(envi.get(), product.get(), init_dir))
+      return 0;
+  }
   print_progress("Done\n\n");
   return 1;
 }

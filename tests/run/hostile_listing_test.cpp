@@ -5,7 +5,9 @@
 #include "run/whole_run.h"
 
 #include <cerrno>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <system_error>
 
 using namespace whole_runs;
@@ -29,6 +31,18 @@ std::string fifteen_times(const std::string &text) {
     result += text;
   return result;
 }
+
+// A file that cannot be removed, even by root, as long as one lives.
+class mounted_listing {
+public:
+  explicit mounted_listing(const std::string &source) {
+    write_file(listing, "");
+    must(mount(source.c_str(), listing.c_str(), nullptr, MS_BIND, nullptr), "cannot mount over the listing");
+  }
+  ~mounted_listing() { umount(listing.c_str()); }
+  mounted_listing(const mounted_listing &) = delete;
+  mounted_listing &operator=(const mounted_listing &) = delete;
+};
 
 class HostileListing : public whole_run {
 protected:
@@ -226,6 +240,29 @@ TEST_F(HostileListing, ThatIsAnothersDirectoryInASharedDirectoryStays) {
   EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
   expect_nothing_placed();
   EXPECT_EQ(changes({}, snapshot(".")), "new directory 755 .korvalen_ls_temp_txt\n");
+}
+
+TEST_F(HostileListing, ThatIsAnothersDirectoryWithContentsStaysAndIsNotUsedByRootEither) {
+  write_file(listing + "/k.sav", "theirs\n", 0644);
+  give_to_other_user(listing);
+  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list());
+  expect_nothing_placed();
+  EXPECT_EQ(read_file(listing + "/k.sav"), "theirs\n");
+}
+
+TEST_F(HostileListing, WritesItsOwnListingAgainThatIsAMountPoint) {
+  write_file(path("mounted.txt"), "/p/evil.sav\n", 0600);
+  const mounted_listing mounted(path("mounted.txt"));
+  EXPECT_THAT(install({product(), envi()}), Ended(0, installed, ""));
+  expect_everything_placed();
+  EXPECT_EQ(read_file(path("mounted.txt")), "");
+}
+
+TEST_F(HostileListing, ThatIsADeviceAndAMountPointIsNotUsed) {
+  must(mknod(path("device").c_str(), S_IFCHR | 0666, makedev(1, 3)), "cannot make a device");
+  const mounted_listing mounted(path("device"));
+  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list());
+  expect_nothing_placed();
 }
 
 TEST_F(HostileListing, IsReplacedByRootInASharedDirectoryWhoeverOwnsIt) {

@@ -76,6 +76,13 @@ TEST_F(LocalLayout, EndsWithZeroAndWithoutAScriptWhenTheParentMayNotBeWritten) {
             "new directory 755 korvalen\nnew file 644 korvalen/Korvalen_configuration.ini\n");
 }
 
+TEST_F(LocalLayout, EndsWithZeroAndWithoutAScriptWhenALinkOfItsNameLeadsNowhere) {
+  fs::create_symlink("missing/script.sh", host() + "/korvalen_uninstall.sh");
+  EXPECT_THAT(install({product(), "NotOK", "x"}), Ended(0, "", ""));
+  EXPECT_EQ(fs::read_symlink(host() + "/korvalen_uninstall.sh"), "missing/script.sh");
+  EXPECT_FALSE(fs::exists(host() + "/missing"));
+}
+
 TEST_F(LocalLayout, EndsWithOneWhenTheProductDirectoryMayNotBeWritten) {
   make_envi();
   const support::tree before = snapshot(host());
