@@ -35,12 +35,15 @@ if(KORVALEN_STATIC)
 endif()
 
 if(KORVALEN_SANITIZERS)
-  target_compile_options(korvalen_options INTERFACE
+  # Their reports need no more than lines and names.
+  target_compile_options(korvalen_options INTERFACE -g1
     -fsanitize=${KORVALEN_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(korvalen_options INTERFACE -fsanitize=${KORVALEN_SANITIZERS})
 endif()
 
+# For src/ only: how much of the tests runs is of no interest.
+add_library(korvalen_coverage INTERFACE)
 if(KORVALEN_COVERAGE)
-  target_compile_options(korvalen_options INTERFACE --coverage -O0)
-  target_link_options(korvalen_options INTERFACE --coverage)
+  target_compile_options(korvalen_coverage INTERFACE --coverage)
+  target_link_options(korvalen_coverage INTERFACE --coverage)
 endif()
