@@ -1,5 +1,6 @@
 #include "driver/strings.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
@@ -93,6 +94,12 @@ void str_remove_suffix(char *s, const char *suffix) {
     s[offset] = '\0';
 }
 
+std::string without_trailing_slash(std::string directory) {
+  if (directory.ends_with('/'))
+    directory.pop_back();
+  return directory;
+}
+
 line_array line_array_of(std::span<owned_string> strings) {
   line_array array(std::make_unique<char *[]>(strings.size() + 1).release());
   char **slot = array.get();
@@ -118,9 +125,18 @@ line_array split_path(const char *path, std::int32_t *count) {
 }
 
 owned_string str_join_path(const char *directory, const char *sub_path) {
-  const owned_string base = str_format_new("%s", directory);
-  str_remove_suffix(base.get(), "/");
-  return str_format_new("%s/%s", base.get(), sub_path);
+  std::string_view base = directory;
+  if (base.size() > 1 && base.ends_with('/'))
+    base.remove_suffix(1);
+  const std::string_view name = sub_path;
+
+  // Not by printf: this is done several times for every file.
+  owned_string path(new char[base.size() + name.size() + 2]);
+  char *end = std::copy(base.begin(), base.end(), path.get());
+  *end++ = '/';
+  end = std::copy(name.begin(), name.end(), end);
+  *end = '\0';
+  return path;
 }
 
 void free_line_array(char **array) {

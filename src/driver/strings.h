@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 
 namespace korvalen {
 
@@ -47,6 +48,9 @@ owned_string str_dup_line(const char *s);
 // Cuts `suffix` off the end of s, also where its CR stands as an LF in s. A string that is not longer than
 // the suffix is left alone, so "/" keeps its slash.
 void str_remove_suffix(char *s, const char *suffix);
+
+// A directory's path less one "/" at its end. Nothing is left of "/".
+std::string without_trailing_slash(std::string directory);
 
 // The components of a path, without empty ones. Looks at the first 1,000 bytes and keeps the first 100
 // components. Null when there is none. The number goes through `count` unless that is null.

@@ -31,6 +31,9 @@ bool append_line(const char *command, const char *path) {
   std::FILE *const script = std::fopen(script_path.data(), "a");
   if (script == nullptr)
     return false;
+  // Of its own, so that the library need not ask the system for the size of a good one.
+  std::array<char, BUFSIZ> buffer;
+  std::setvbuf(script, buffer.data(), _IOFBF, buffer.size());
   std::fprintf(script, "%s%s\n", command, path);
   std::fclose(script);
   return true;

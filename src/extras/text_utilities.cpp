@@ -59,11 +59,7 @@ int copy_binary_file(const char *source, const char *target) {
   const open_file target_file = open_target(target);
   if (!target_file)
     return 0;
-
-  block_result result = block_result::written;
-  while (result == block_result::written)
-    result = copy_block(source_file.get(), target_file.get());
-  return result == block_result::end ? 1 : 0;
+  return copy_blocks(source_file.get(), target_file.get(), [] { return false; }) ? 1 : 0;
 }
 
 void probe_file_stream() {

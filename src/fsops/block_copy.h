@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 
 namespace korvalen {
@@ -13,18 +14,19 @@ struct file_closer {
 // An open file that is closed when its owner goes.
 using open_file = std::unique_ptr<std::FILE, file_closer>;
 
-// Opens a file to be copied from. Null when that fails; errno tells why.
+// Opens a file to be copied from. Nothing is kept of what is read. Null when that fails; errno tells why.
 open_file open_source(const char *path);
 
 // Creates or truncates a file to be copied into. What is written goes out at once, never gathered.
 // Null when that fails; errno tells why.
 open_file open_target(const char *path);
 
-enum class block_result { written, cut_short, end };
-
-// Reads up to 4,096 bytes and writes them in one piece. `end` when nothing could be read, at the end of the
-// file and on a read error alike; `cut_short` when fewer bytes were written than read, with the reason in
-// errno.
-block_result copy_block(std::FILE *source, std::FILE *target);
+// Copies what the source still holds, in writes of 4,096 bytes and the rest in a last one. When fewer bytes
+// are written than asked, `goes_on_after_short_write` is called with the reason in errno and says whether the
+// next block is to follow. A read that yields nothing ends the copy,
+// at the end of the source and for an error alike. errno is 0 before the
+// first read and before every write. False when a short write ended the copy.
+bool copy_blocks(std::FILE *source, std::FILE *target,
+                 const std::function<bool()> &goes_on_after_short_write);
 
 } // namespace korvalen

@@ -33,15 +33,6 @@ void log_failure(const char *label, const char *path) {
   log_line(label, path);
 }
 
-void copy_contents(std::FILE *source, std::FILE *target, const char *target_path) {
-  errno = 0;
-  for (block_result result = copy_block(source, target); result != block_result::end;
-       result = copy_block(source, target))
-    // Wanted: after a short write the copy goes on with the next block.
-    if (result == block_result::cut_short)
-      log_failure("WRITE IN  FILE ERROR : ", target_path);
-}
-
 } // namespace
 
 bool fdfCopyFile(const char *source, const char *target, int /*unused*/, bool record) {
@@ -61,7 +52,11 @@ bool fdfCopyFile(const char *source, const char *target, int /*unused*/, bool re
     end_with_copy_error(source, target);
   }
 
-  copy_contents(source_file.get(), target_file.get(), target);
+  // Wanted: after a short write the copy goes on with the next block.
+  copy_blocks(source_file.get(), target_file.get(), [target] {
+    log_failure("WRITE IN  FILE ERROR : ", target);
+    return true;
+  });
   target_file.reset();
 
   if (record)

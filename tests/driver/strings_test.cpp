@@ -250,3 +250,11 @@ TEST(JoinPath, PutsOneSlashForATrailingOne) {
   for (const row &r : rows)
     EXPECT_STREQ(str_join_path(r.directory, r.sub_path).get(), r.joined);
 }
+
+TEST(WithoutTrailingSlash, LosesOneSlashEvenOfTheRoot) {
+  EXPECT_EQ(without_trailing_slash("/a/"), "/a");
+  EXPECT_EQ(without_trailing_slash("/a//"), "/a/");
+  EXPECT_EQ(without_trailing_slash("/a"), "/a");
+  EXPECT_EQ(without_trailing_slash("/"), "");
+  EXPECT_EQ(without_trailing_slash(""), "");
+}

@@ -51,6 +51,19 @@ open_file unbuffered(std::FILE *file) {
   return open_file(file);
 }
 
+bool stop() {
+  return false;
+}
+
+std::vector<std::size_t> sizes_of_writes(std::FILE *source) {
+  std::vector<std::size_t> sizes;
+  cookie_io_functions_t functions{};
+  functions.write = note_size;
+  const open_file target = unbuffered(fopencookie(&sizes, "wb", functions));
+  EXPECT_TRUE(copy_blocks(source, target.get(), stop));
+  return sizes;
+}
+
 } // namespace
 
 TEST_F(BlockCopy, TellsWhyASourceCannotBeOpened) {
@@ -81,27 +94,28 @@ TEST_F(BlockCopy, ClosesAFileWithItsOwner) {
   EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
 }
 
-TEST_F(BlockCopy, WritesEachBlockAtOnce) {
-  write_file("source", std::string(4096, 'a') + "b");
-  const open_file source = open_source("source");
-  const open_file target = open_target("target");
-  EXPECT_EQ(copy_block(source.get(), target.get()), block_result::written);
-  EXPECT_EQ(read_file("target"), std::string(4096, 'a'));
-  EXPECT_EQ(copy_block(source.get(), target.get()), block_result::written);
-  EXPECT_EQ(read_file("target"), std::string(4096, 'a') + "b");
-  EXPECT_EQ(copy_block(source.get(), target.get()), block_result::end);
+TEST_F(BlockCopy, WritesBlocksOf4096BytesInOnePieceAndAtOnce) {
+  write_file("source", std::string(9000, 'a'));
+  EXPECT_THAT(sizes_of_writes(open_source("source").get()), ElementsAre(4096, 4096, 808));
 }
 
-TEST_F(BlockCopy, WritesBlocksOf4096BytesInOnePiece) {
-  write_file("source", std::string(9000, 'a'));
-  const open_file source = open_source("source");
-  std::vector<std::size_t> sizes;
-  cookie_io_functions_t functions{};
-  functions.write = note_size;
-  const open_file target = unbuffered(fopencookie(&sizes, "wb", functions));
-  while (copy_block(source.get(), target.get()) == block_result::written) {
-  }
-  EXPECT_THAT(sizes, ElementsAre(4096, 4096, 808));
+TEST_F(BlockCopy, WritesBlocksOfTheSameSizeWhereverAReadOfTheSourceEnds) {
+  std::string bytes(1'000'000, 'a');
+  write_file("source", bytes);
+  std::vector<std::size_t> expected(244, 4096);
+  expected.push_back(576);
+  EXPECT_EQ(sizes_of_writes(open_source("source").get()), expected);
+}
+
+TEST_F(BlockCopy, CopiesEveryByteOfASourceThatIsLargerThanOneRead) {
+  std::string bytes;
+  for (int i = 0; i < 100'000; ++i)
+    bytes += std::to_string(i) + '\n';
+  write_file("source", bytes);
+  open_file target = open_target("target");
+  EXPECT_TRUE(copy_blocks(open_source("source").get(), target.get(), stop));
+  target.reset();
+  EXPECT_TRUE(read_file("target") == bytes) << "the copy differs";
 }
 
 TEST_F(BlockCopy, EndsAtAReadErrorAsAtTheEndOfTheFile) {
@@ -110,33 +124,40 @@ TEST_F(BlockCopy, EndsAtAReadErrorAsAtTheEndOfTheFile) {
   functions.read = breaking_source::read;
   const open_file source = unbuffered(fopencookie(&bytes, "rb", functions));
   const open_file target = open_target("target");
-  EXPECT_EQ(copy_block(source.get(), target.get()), block_result::written);
-  EXPECT_EQ(copy_block(source.get(), target.get()), block_result::end);
+  EXPECT_TRUE(copy_blocks(source.get(), target.get(), stop));
   EXPECT_EQ(read_file("target"), "some bytes");
 }
 
-TEST_F(BlockCopy, ClearsErrnoBeforeItWrites) {
-  write_file("source", "a");
-  const open_file source = open_source("source");
-  const open_file target = open_target("target");
-  errno = EIO;
-  EXPECT_EQ(copy_block(source.get(), target.get()), block_result::written);
-  EXPECT_EQ(errno, 0);
+TEST_F(BlockCopy, ClearsErrno) {
+  for (const char *content : {"", "a"}) {
+    SCOPED_TRACE(content);
+    write_file("source", content);
+    const open_file source = open_source("source");
+    const open_file target = open_target("target");
+    errno = EIO;
+    EXPECT_TRUE(copy_blocks(source.get(), target.get(), stop));
+    EXPECT_EQ(errno, 0);
+  }
 }
 
-TEST_F(BlockCopy, TellsWhyABlockIsCutShort) {
-  write_file("source", std::string(100, 'a'));
-  const open_file source = open_source("source");
-  const open_file target = open_target("target");
-  block_result result = block_result::end;
-  int reason = 0;
-  {
-    const support::file_size_limit limit(60);
-    errno = EIO;
-    result = copy_block(source.get(), target.get());
-    reason = errno;
+TEST_F(BlockCopy, AsksAfterAShortWriteWhetherToGoOnAndTellsWhyItWasShort) {
+  write_file("source", std::string(10'000, 'a'));
+  for (const bool goes_on : {false, true}) {
+    SCOPED_TRACE(goes_on);
+    const open_file source = open_source("source");
+    const open_file target = open_target("target");
+    std::vector<int> reasons;
+    bool copied = !goes_on;
+    {
+      const support::file_size_limit limit(4196);
+      errno = EIO;
+      copied = copy_blocks(source.get(), target.get(), [&] {
+        reasons.push_back(errno);
+        return goes_on;
+      });
+    }
+    EXPECT_EQ(copied, goes_on);
+    EXPECT_EQ(reasons, std::vector<int>(goes_on ? 2 : 1, EFBIG));
+    EXPECT_EQ(read_file("target"), std::string(4196, 'a'));
   }
-  EXPECT_EQ(result, block_result::cut_short);
-  EXPECT_EQ(reason, EFBIG);
-  EXPECT_EQ(read_file("target"), std::string(60, 'a'));
 }
