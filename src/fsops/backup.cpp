@@ -47,24 +47,31 @@ bool flush_to_disk(const char *path) {
   return close(file) == 0 && flushed;
 }
 
+// Leaves no incomplete copy behind.
+bool copy_completely(const char *path, const char *copy) {
+  if (fdfCopyFile(path, copy, 0, false) && is_complete(copy, path) && flush_to_disk(copy))
+    return true;
+  std::remove(copy);
+  return false;
+}
+
 } // namespace
 
 bool keep_original(const char *path, const char *backup, bool record) {
   if (!may_stand_at(backup))
     return false;
 
+  // The temporary name is created only to see that it can be. The copy creates it anew, with the mode of a
+  // new file.
   const owned_string unfinished = str_format_new("%s.new", backup);
   std::remove(unfinished.get());
-  if (!create_empty(unfinished.get()))
-    return fdfCopyFile(path, backup, 0, record);
-
-  // The name was created only to see that it can be. The copy creates it anew, with the mode of a new file.
-  if (std::remove(unfinished.get()) != 0)
+  const bool has_detour = create_empty(unfinished.get());
+  if (has_detour && std::remove(unfinished.get()) != 0)
     return false;
 
-  const bool kept = fdfCopyFile(path, unfinished.get(), 0, false) && is_complete(unfinished.get(), path) &&
-                    flush_to_disk(unfinished.get()) && std::rename(unfinished.get(), backup) == 0;
-  if (!kept) {
+  if (!copy_completely(path, has_detour ? unfinished.get() : backup))
+    return false;
+  if (has_detour && std::rename(unfinished.get(), backup) != 0) {
     std::remove(unfinished.get());
     return false;
   }

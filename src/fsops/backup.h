@@ -7,8 +7,8 @@ namespace korvalen {
 // disk: the copy is made under the backup's name followed by ".new", checked, flushed, and only then renamed.
 // With `record`, the backup is appended to the uninstall script. False when no complete copy could be made,
 // or when a backup stands there already: an existing one is never replaced. The original is as it was in
-// every case. Where the ".new" name cannot be created at all this is a plain fdfCopyFile to the final name,
-// which may end the process.
+// every case. Where the ".new" name cannot be created at all the copy is made under the final name, which
+// may end the process as fdfCopyFile does.
 bool keep_original(const char *path, const char *backup, bool record);
 
 } // namespace korvalen

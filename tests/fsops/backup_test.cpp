@@ -243,6 +243,21 @@ TEST_F(Backup, IsNotMadeWhenItsCopyIsIncomplete) {
   EXPECT_EQ(names(), "big\nenvi\n");
 }
 
+TEST_F(Backup, IsNotMadeWhenItsPlainCopyIsIncomplete) {
+  const std::string original(10'000, 'x');
+  write_file("big", original);
+  write_file("big_original.new/somebodys", "work");
+  bool kept = true;
+  {
+    const support::file_size_limit limit(5000);
+    kept = keep_original("big", "big_original", true);
+  }
+  EXPECT_FALSE(kept);
+  EXPECT_EQ(read_file("big"), original);
+  EXPECT_EQ(recorded(), "");
+  EXPECT_EQ(names(), "big\nbig_original.new/somebodys\nenvi\n");
+}
+
 TEST_F(Backup, LeavesALinkInItsPlaceWhenItsCopyIsIncomplete) {
   write_file("big", std::string(10'000, 'x'));
   std::filesystem::create_symlink("envi", "big_original");
