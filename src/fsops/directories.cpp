@@ -21,14 +21,17 @@ namespace {
 constexpr const char *listing_file = "./.korvalen_ls_temp_txt";
 
 // Removes the listing before this one and tells whether a new one may be made in its place. Where it cannot
-// be removed, only the user's own file may be written again, and only the user's own directory be left to the
-// shell, which says that it cannot write there: a link would be written through, a FIFO waited for, and what
-// somebody else owns could be changed before it is read.
+// be removed, only the user's own file may be written again, once it is emptied, so that old names are never
+// taken for new ones; and only the user's own directory is left to the shell, which says that it cannot write
+// there. A link would be written through, a FIFO waited for, and what somebody else owns could be changed
+// before it is read.
 bool make_room_for_listing() {
   struct stat status {};
   if (lstat(listing_file, &status) != 0 || fdfRemoveFile(listing_file))
     return true;
-  return status.st_uid == geteuid() && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
+  if (status.st_uid != geteuid())
+    return false;
+  return S_ISREG(status.st_mode) ? truncate(listing_file, 0) == 0 : S_ISDIR(status.st_mode);
 }
 
 const char *bare_name(const char *path) {
@@ -39,7 +42,7 @@ const char *bare_name(const char *path) {
 void copy_entry(const char *source_dir, const char *target_dir, const char *name) {
   const owned_string source = str_join_path(source_dir, name);
   const owned_string target = str_join_path(target_dir, name);
-  chmod(str_join_path(target_dir, "").get(), 0755);
+  chmod(target_dir, 0755);
   chmod(target.get(), 0755);
 
   log_line("fdfCopyFile  = ", source.get());
@@ -83,7 +86,8 @@ line_array fdfDirFiles(const char *pattern, std::int32_t *count) {
 
 std::int32_t fdfCopyDirFiles(const char *source_dir, const char *target_dir, const char *pattern) {
   // Wanted: a directory made here keeps mode 0 when nothing is copied into it.
-  if (const owned_string target = str_join_path(target_dir, ""); !fdfExists(target.get()))
+  const owned_string target = str_join_path(target_dir, "");
+  if (!fdfExists(target.get()))
     mkdir(target.get(), 0);
 
   const owned_string listed = str_join_path(source_dir, pattern);
@@ -93,7 +97,7 @@ std::int32_t fdfCopyDirFiles(const char *source_dir, const char *target_dir, con
   log_line("aNumber  = ", count);
 
   for (std::int32_t i = 0; i < count; ++i)
-    copy_entry(source_dir, target_dir, names[static_cast<std::size_t>(i)]);
+    copy_entry(source_dir, target.get(), names[static_cast<std::size_t>(i)]);
   return count;
 }
 

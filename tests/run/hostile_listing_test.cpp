@@ -258,6 +258,19 @@ TEST_F(HostileListing, WritesItsOwnListingAgainThatIsAMountPoint) {
   EXPECT_EQ(read_file(path("mounted.txt")), "");
 }
 
+TEST_F(HostileListing, OfAnEarlierRunOnAReadOnlyMountIsNotTakenForANewOne) {
+  write_file(listing, "/p/k.sav\n", 0644);
+  const std::string directory = fs::current_path();
+  must(mount(directory.c_str(), directory.c_str(), nullptr, MS_BIND, nullptr), "cannot mount the directory");
+  must(mount(nullptr, directory.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), "read-only");
+  fs::current_path(directory);
+  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list());
+  fs::current_path(host());
+  must(umount(directory.c_str()), "cannot unmount");
+  expect_nothing_placed();
+  EXPECT_EQ(read_file(directory + "/" + listing), "/p/k.sav\n");
+}
+
 TEST_F(HostileListing, ThatIsADeviceAndAMountPointIsNotUsed) {
   must(mknod(path("device").c_str(), S_IFCHR | 0666, makedev(1, 3)), "cannot make a device");
   const mounted_listing mounted(path("device"));
