@@ -4,7 +4,6 @@
 #include "launch/idl_directory.h"
 
 #include <cstring>
-#include <string>
 #include <string_view>
 
 namespace korvalen {
@@ -19,6 +18,8 @@ constexpr std::string_view shell_characters = ";&|<>()$\\\"'*?[`";
 // The deepest and longest of the directories that deployment makes below the IDL directory; those below the
 // ENVI directory are shorter.
 constexpr const char *deepest_idl_subdirectory = "help/online_help/Subsystems/Korvalen";
+
+constexpr const char *too_long = "it is longer than 1,000 bytes or deeper than 100 directories";
 
 bool is_control(char byte) {
   return (byte >= '\0' && byte < ' ') || byte == '\x7f';
@@ -59,17 +60,18 @@ const char *product_dir_problem(const install_request &request) {
   if (std::strlen(uninstall_script_path(request).get()) >= uninstall_script_path_size)
     return "the path of its uninstall script is too long";
   if (request.local_layout && is_too_long_to_make(request.product_dir))
-    return "it is longer than 1,000 bytes or deeper than 100 directories";
+    return too_long;
   return nullptr;
 }
 
 const char *envi_dir_problem(const char *envi_dir) {
   if (const char *const problem = text_problem(envi_dir))
     return problem;
-  owned_string idl_dir = find_idl_directory(envi_dir);
-  if (!idl_dir)
-    idl_dir = str_join_path(envi_dir, "idl80");
-  if (is_too_long_to_make(str_join_path(idl_dir.get(), deepest_idl_subdirectory).get()))
+  if (is_too_long_to_make(envi_dir))
+    return too_long;
+  // Without an IDL directory nothing is made.
+  const owned_string idl_dir = find_idl_directory(without_trailing_slash(envi_dir).c_str());
+  if (idl_dir && is_too_long_to_make(str_join_path(idl_dir.get(), deepest_idl_subdirectory).get()))
     return "directories below it would be longer than 1,000 bytes or deeper than 100 directories";
   return nullptr;
 }
@@ -90,12 +92,17 @@ install_request read_command_line(int argc, char **argv) {
 
 owned_string uninstall_script_path(const install_request &request) {
   // Wanted: the doubled slash before the script's name in the local layout.
-  return request.local_layout ? str_join_path(request.product_dir, "..//korvalen_uninstall.sh")
+  return request.local_layout ? str_format_new("%s/..//korvalen_uninstall.sh",
+                                               without_trailing_slash(request.product_dir).c_str())
                               : str_join_path(system_init_dir, "korvalen_uninstall.sh");
 }
 
 const char *init_directory(const install_request &request) {
   return request.local_layout ? request.product_dir : system_init_dir;
+}
+
+std::string exported_init_directory(const install_request &request) {
+  return without_trailing_slash(init_directory(request));
 }
 
 owned_string find_refusal(const install_request &request) {

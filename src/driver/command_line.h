@@ -3,6 +3,8 @@
 
 #include "driver/strings.h"
 
+#include <string>
+
 namespace korvalen {
 
 struct install_request {
@@ -20,6 +22,9 @@ owned_string uninstall_script_path(const install_request &request);
 
 // The directory that receives the configuration file: the product directory itself in the local layout.
 const char *init_directory(const install_request &request);
+
+// The same without one trailing slash, as the launch scripts export it.
+std::string exported_init_directory(const install_request &request);
 
 // Why the request is refused, as one line of text without its end that names the argument; null when it is
 // not. Touches nothing on disk.

@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <iostream>
-#include <string>
 #include <sys/stat.h>
 
 using namespace korvalen;
@@ -19,25 +18,18 @@ void print_usage() {
   std::puts("wrong input parameter list :   korvalen_dir  envi_dir   ");
 }
 
-std::string without_trailing_slash(std::string directory) {
-  if (directory.ends_with('/'))
-    directory.pop_back();
-  return directory;
-}
-
 int install(const install_request &request) {
   init_korvalen_install_files_name(uninstall_script_path(request).get());
   init_korvalen_install_files(request.product_dir);
 
-  const char *const init_dir = init_directory(request);
-  if (!write_korvalen_configuration(request.product_dir, init_dir)) {
+  if (!write_korvalen_configuration(request.product_dir, init_directory(request))) {
     std::cerr << std::endl << "Please check path and privileges!" << std::endl << std::endl;
     return 1;
   }
 
   if (request.envi_dir != nullptr && request.envi_dir[0] != '\0')
     fkorvInstallEnviExtensions(request.envi_dir, request.product_dir, nullptr,
-                               without_trailing_slash(init_dir).c_str());
+                               exported_init_directory(request).c_str());
 
   add_dir_korvalen_install_files(request.product_dir);
   // Wanted: the group gets no rights.

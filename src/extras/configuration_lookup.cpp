@@ -31,6 +31,10 @@ const char *directory_from_environment(const char *fallback) {
   return fallback;
 }
 
+owned_string path_in(const char *directory, const char *name) {
+  return str_format_new("%s/%s", without_trailing_slash(directory).c_str(), name);
+}
+
 void log_directory_choice(const char *directory) {
   const bool found = std::getenv(init_dir_variable) != nullptr;
   const owned_string label = str_format_new("\n%s%s%s", found ? "FOUND " : "NOT FOUND ", init_dir_variable,
@@ -72,8 +76,8 @@ bool take_directory(char *first_line, const char *tail, char *buffer) {
 int korvalen_config_file(const char *productDir, const char *workDir, bool deleteMode) {
   const char *const directory = directory_from_environment(productDir);
   log_directory_choice(directory);
-  const owned_string path = str_join_path(directory, configuration_file_name);
-  const owned_string installation_path = str_join_path(directory, "KorvalenInstallation.ini");
+  const owned_string path = path_in(directory, configuration_file_name);
+  const owned_string installation_path = path_in(directory, "KorvalenInstallation.ini");
 
   if (deleteMode) {
     log_line("delete  = ", path.get());
@@ -91,7 +95,7 @@ int korvalen_config_file(const char *productDir, const char *workDir, bool delet
 }
 
 const char *get_korvalen_dir() {
-  const owned_string path = str_join_path(directory_from_environment("NOT_FOUND"), configuration_file_name);
+  const owned_string path = path_in(directory_from_environment("NOT_FOUND"), configuration_file_name);
   std::int32_t count = 0;
   const line_array lines = fdfReadLines(path.get(), &count);
   if (!lines)
@@ -109,10 +113,8 @@ int find_korvalen_dir(char *dirBuffer) {
     directory = std::getenv(dirBuffer);
   if (directory == nullptr)
     return 0;
-  const owned_string path = str_join_path(directory, configuration_file_name);
-  const owned_string logged = str_format_new("%s", directory);
-  str_remove_suffix(logged.get(), "/");
-  log_line("aConfigDir : ", logged.get());
+  const owned_string path = path_in(directory, configuration_file_name);
+  log_line("aConfigDir : ", without_trailing_slash(directory).c_str());
 
   std::int32_t count = 0;
   const line_array lines = fdfReadLines(path.get(), &count);

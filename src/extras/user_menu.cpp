@@ -61,10 +61,10 @@ void write_menu(std::ostream &file, text_lines lines, bool uninstall) {
 } // namespace
 
 bool envi_user_menu_install_uninstall(const char *dir, bool uninstall) {
-  const owned_string menu_dir = str_join_path(dir, "menu/");
-  const owned_string menu = str_format_new("%suseradd.txt", menu_dir.get());
-  const owned_string new_menu = str_format_new("%suseradd_new.txt", menu_dir.get());
-  const owned_string old_menu = str_format_new("%suseradd_old.txt", menu_dir.get());
+  const std::string menu_dir = without_trailing_slash(dir) + "/menu/";
+  const owned_string menu = str_format_new("%suseradd.txt", menu_dir.c_str());
+  const owned_string new_menu = str_format_new("%suseradd_new.txt", menu_dir.c_str());
+  const owned_string old_menu = str_format_new("%suseradd_old.txt", menu_dir.c_str());
 
   if (!fdfExists(menu.get()))
     return false;

@@ -210,6 +210,28 @@ TEST_F(EnviFiles, InstalledFromAMissingSourceMakeTheSameDirectories) {
   EXPECT_EQ(recorded(), "");
 }
 
+TEST_F(EnviFiles, WithoutADirectoryThatCannotBeMadeGetTheOthersAllTheSame) {
+  create_directories(path("source"));
+  write_file(path("envi/custom_code"), "x");
+  EXPECT_THAT(support::call([this] { return deploy(install); }), support::Ended(1, "", ""));
+  const support::entry directory = {"directory", 0755, ""};
+  EXPECT_EQ(snapshot(path("envi")), (support::tree{{"classic", directory},
+                                                   {"classic/filt_func", directory},
+                                                   {"classic/save", directory},
+                                                   {"classic/save_add", directory},
+                                                   {"custom_code", {"file", 0644, "x"}},
+                                                   {"extensions", directory},
+                                                   {"resource", directory},
+                                                   {"resource/bitmaps", directory},
+                                                   {"resource/filterfuncs", directory},
+                                                   {"resource/langcat", directory},
+                                                   {"resource/templates", directory},
+                                                   {"resource/templates/tasks", directory},
+                                                   {"resource/templates/tasks/Korvalen", directory},
+                                                   {"save", directory}}));
+  EXPECT_EQ(recorded(), "");
+}
+
 TEST_F(EnviFiles, InstalledReachTheirDirectoriesAndAreRecordedStepByStep) {
   add_sources({"custom_code/a.sav", "extensions/b.sav", "resource/langcat/c.cat", "resource/templates/d.tpl",
                "resource/templates/tasks/e.task", "resource/bitmaps/f.bmp", "resource/filterfuncs/g.pro",

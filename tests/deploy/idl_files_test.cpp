@@ -70,6 +70,19 @@ TEST_F(IdlFiles, InstalledFromAMissingSourceMakeTheSameDirectories) {
   EXPECT_EQ(snapshot(path("idl")), without_source);
 }
 
+TEST_F(IdlFiles, WithoutADirectoryThatCannotBeMadeGetTheOthersAllTheSame) {
+  create_directories(path("source"));
+  write_file(path("idl/help"), "x");
+  EXPECT_THAT(support::call([this] { return deploy(install); }), support::Ended(1, "", ""));
+  const support::entry directory = {"directory", 0755, ""};
+  EXPECT_EQ(snapshot(path("idl")), (support::tree{{"bin", directory},
+                                                  {"bin/bin.linux.x86_64", directory},
+                                                  {"help", {"file", 0644, "x"}},
+                                                  {"lib", directory},
+                                                  {"lib/hook", directory}}));
+  EXPECT_EQ(recorded(), "");
+}
+
 TEST_F(IdlFiles, AreInstalledAfterTheStaleOnesOfEachStepWereDeleted) {
   add_all("idl", "old");
   write_file(path("source/lib/hook/quorin_core.sav"), "core");

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -144,6 +145,7 @@ TEST(UninstallScriptPath, LiesInTheProductsParentInTheLocalLayout) {
   EXPECT_EQ(script_path({"/opt/k", "NotOK", "x"}), "/opt/k/..//korvalen_uninstall.sh");
   EXPECT_EQ(script_path({"/opt/k/", "NotOK", "x"}), "/opt/k/..//korvalen_uninstall.sh");
   EXPECT_EQ(script_path({"/opt/k//", "NotOK", "x"}), "/opt/k//..//korvalen_uninstall.sh");
+  EXPECT_EQ(script_path({"/", "NotOK", "x"}), "/..//korvalen_uninstall.sh");
 }
 
 TEST(InitDirectory, IsTheSystemsOrTheProductDirectoryAsGiven) {
@@ -151,6 +153,14 @@ TEST(InitDirectory, IsTheSystemsOrTheProductDirectoryAsGiven) {
   EXPECT_EQ(init_dir({"/opt/k", "/opt/envi", "NotOK"}), "/etc/quorin");
   EXPECT_EQ(init_dir({"/opt/k", "/opt/envi", "x"}), "/opt/k");
   EXPECT_EQ(init_dir({"/opt/k/", "/opt/envi", "x"}), "/opt/k/");
+}
+
+TEST(InitDirectory, IsExportedWithoutOneTrailingSlash) {
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k/", "/e"}).request), "/etc/quorin");
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k", "/e", "x"}).request), "/opt/k");
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k/", "/e", "x"}).request), "/opt/k");
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k//", "/e", "x"}).request), "/opt/k/");
+  EXPECT_EQ(exported_init_directory(command_line({"/", "/e", "x"}).request), "");
 }
 
 TEST(Refusal, IsNotMadeOfOrdinaryArguments) {
@@ -241,21 +251,38 @@ TEST(Refusal, NamesAProductDirectoryWhoseUninstallScriptPathDoesNotFit) {
 }
 
 // "/idl80/help/online_help/Subsystems/Korvalen", of 43 bytes and 5 components, is made below it.
-TEST(Refusal, NamesAnEnviDirectoryBelowWhichADirectoryWouldBeTooLong) {
-  EXPECT_EQ(refusal({"/opt/k", path_of(957)}), "");
-  EXPECT_EQ(refusal({"/opt/k", path_of(957) + "/"}), "");
-  EXPECT_EQ(refusal({"/opt/k", path_of(958)}), envi_refusal(path_of(958), too_long_below));
+TEST(Refusal, NamesAnEnviDirectoryOfMoreThanAThousandBytesOrHundredComponents) {
+  EXPECT_EQ(refusal({"/opt/k", path_of(1000)}), "");
+  EXPECT_EQ(refusal({"/opt/k", path_of(1000) + "//"}), "");
+  EXPECT_EQ(refusal({"/opt/k", path_of(1001)}), envi_refusal(path_of(1001), too_long));
+  EXPECT_EQ(refusal({"/opt/k", path_with(100)}), "");
+  EXPECT_EQ(refusal({"/opt/k", path_with(101)}), envi_refusal(path_with(101), too_long));
 }
 
-TEST(Refusal, NamesAnEnviDirectoryBelowWhichADirectoryWouldBeTooDeep) {
-  EXPECT_EQ(refusal({"/opt/k", path_with(95)}), "");
-  EXPECT_EQ(refusal({"/opt/k", path_with(96)}), envi_refusal(path_with(96), too_long_below));
+TEST_F(CommandLineInScratch, RefusesAnEnviDirectoryBelowWhichADirectoryWouldBeTooLong) {
+  const std::string envi = path(path_of(956 - scratch().string().size()).substr(1)) + "e";
+  ASSERT_EQ(envi.size(), 957U);
+  std::filesystem::create_directories(envi + "/idl86");
+  std::filesystem::create_directories(envi + "e/idl86");
+  EXPECT_EQ(refusal({"/opt/k", envi}), "");
+  EXPECT_EQ(refusal({"/opt/k", envi + "/"}), "");
+  EXPECT_EQ(refusal({"/opt/k", envi + "e"}), envi_refusal(envi + "e", too_long_below));
+  EXPECT_EQ(refusal({"/opt/k", envi + "e/"}), envi_refusal(envi + "e/", too_long_below));
+}
+
+TEST_F(CommandLineInScratch, RefusesAnEnviDirectoryBelowWhichADirectoryWouldBeTooDeep) {
+  const std::string above = scratch().string();
+  const auto components = static_cast<int>(std::count(above.begin(), above.end(), '/'));
+  const std::string deep = above + path_with(95 - components);
+  std::filesystem::create_directories(deep + "/idl86");
+  std::filesystem::create_directories(deep + "/d/idl86");
+  EXPECT_EQ(refusal({"/opt/k", deep}), "");
+  EXPECT_EQ(refusal({"/opt/k", deep + "/d"}), envi_refusal(deep + "/d", too_long_below));
 }
 
 TEST_F(CommandLineInScratch, MeasuresBelowTheIdlDirectoryThatIsThere) {
   const std::string envi = path(path_of(956 - scratch().string().size()).substr(1)) + "e";
   ASSERT_EQ(envi.size(), 957U);
-  EXPECT_EQ(refusal({"/opt/k", envi}), "");
   std::filesystem::create_directories(envi + "/idl810");
   EXPECT_EQ(refusal({"/opt/k", envi}), envi_refusal(envi, too_long_below));
 }

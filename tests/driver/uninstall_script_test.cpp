@@ -20,6 +20,14 @@ namespace {
 
 class UninstallScript : public support::recording_test {};
 
+constexpr const char *kept_names[] = {
+    "quorin_core_essentials.sav", "korvalen_envi_management_exec_batch_from_param_to_spawn.sav",
+    "korvalen_batch_init.sav",    "Korvalen_config.xml",
+    "quorin_core_tasks.sav",      "korvalen_error_catalog_eng.cat",
+    "korvalenuiwf_eng.cat",       "envigcpscollectwfui_eng.cat",
+    "korvalen_default_eng.cat",   "idl_catalog.xml",
+};
+
 } // namespace
 
 TEST_F(UninstallScript, IsEmptiedWhenItHoldsOldLines) {
@@ -55,22 +63,20 @@ TEST_F(UninstallScript, HoldsPathsVerbatim) {
 }
 
 TEST_F(UninstallScript, NeverHoldsAKeptFile) {
-  constexpr const char *kept[] = {
-      "/opt/k/auxiliary/quorin_core_essentials.sav",
-      "/opt/k/auxiliary/korvalen_envi_management_exec_batch_from_param_to_spawn.sav",
-      "/opt/k/auxiliary/korvalen_batch_init.sav",
-      "/opt/k/auxiliary/Korvalen_config.xml",
-      "/opt/k/auxiliary/quorin_core_tasks.sav",
-      "/opt/k/auxiliary/korvalen_error_catalog_eng.cat",
-      "/opt/k/auxiliary/korvalenuiwf_eng.cat",
-      "/opt/k/auxiliary/envigcpscollectwfui_eng.cat",
-      "/opt/k/auxiliary/korvalen_default_eng.cat",
-      "/opt/k/auxiliary/idl_catalog.xml",
-  };
-  for (const char *const path : kept) {
-    add_korvalen_install_files(path);
-    EXPECT_EQ(recorded(), "") << path;
-    EXPECT_EQ(logged(), "") << path;
+  for (const std::string name : kept_names) {
+    add_korvalen_install_files(("/opt/k/auxiliary/" + name).c_str());
+    EXPECT_EQ(recorded(), "") << name;
+    EXPECT_EQ(logged(), "") << name;
+  }
+}
+
+TEST_F(UninstallScript, HoldsAFileWhoseNameLacksTheFirstOrTheLastCharacterOfAKeptOne) {
+  for (const std::string name : kept_names) {
+    for (const std::string &near_miss : {name.substr(1), name.substr(0, name.size() - 1)}) {
+      init_korvalen_install_files("/opt/k");
+      add_korvalen_install_files(("/opt/k/auxiliary/" + near_miss).c_str());
+      EXPECT_EQ(recorded(), "rm /opt/k/auxiliary/" + near_miss + "\n");
+    }
   }
 }
 

@@ -28,6 +28,10 @@ struct ArcgisToolbox : support::recording_test {
   }
 
   int run(bool mode) const { return envi_arcgis_install_uninstall(path("product").c_str(), mode); }
+  // The same in a child, for what it prints.
+  support::outcome run_in_child(bool mode) const {
+    return support::call([&] { return run(mode); });
+  }
   static void set(const char *name, const std::string &value) { setenv(name, value.c_str(), 1); }
   void use_release_54() const { set("ENVI54_GPTOOLS", path("tools")); }
 
@@ -131,7 +135,7 @@ aTARGETDIR = ~/arc/ArcToolbox\Scripts
 
 TEST_F(ArcgisToolbox, WithoutSourcesIsHandledAllTheSame) {
   use_release_54();
-  EXPECT_THAT(support::call([this] { return run(install); }), support::Ended(1, "", ""));
+  EXPECT_THAT(run_in_child(install), support::Ended(1, "", ""));
   EXPECT_EQ(file_names(snapshot(path("arc"))), "");
 }
 
@@ -153,7 +157,7 @@ rm ~/arc/ArcToolbox\Scripts/EnviKorvalenA.py
 TEST_F(ArcgisToolbox, NeedsADesktopDirectoryInTheEnvironment) {
   use_release_54();
   unsetenv("AGSDESKTOPJAVA");
-  EXPECT_THAT(support::call([this] { return run(install); }), support::Ended(0, "", ""));
+  EXPECT_THAT(run_in_child(install), support::Ended(0, "", ""));
   EXPECT_EQ(run(install), 0);
   EXPECT_EQ(logged(), "envi_arcgis_install_uninstall  = ~/product\n"
                       "aAGSDESKTOPJAVA_DIR = NOT FOUND\n");
@@ -162,6 +166,7 @@ TEST_F(ArcgisToolbox, NeedsADesktopDirectoryInTheEnvironment) {
 TEST_F(ArcgisToolbox, NeedsADesktopDirectoryThatExists) {
   use_release_54();
   set("AGSDESKTOPJAVA", path("gone"));
+  EXPECT_THAT(run_in_child(install), support::Ended(0, "", ""));
   EXPECT_EQ(run(install), 0);
   EXPECT_EQ(logged(), "envi_arcgis_install_uninstall  = ~/product\n"
                       "aAGSDESKTOPJAVA_DIR = ~/gone\n"
@@ -170,6 +175,7 @@ TEST_F(ArcgisToolbox, NeedsADesktopDirectoryThatExists) {
 
 TEST_F(ArcgisToolbox, NeedsAToolsDirectoryThatExists) {
   set("ENVI52_GPTOOLS", path("gone"));
+  EXPECT_THAT(run_in_child(install), support::Ended(0, "", ""));
   EXPECT_EQ(run(install), 0);
   EXPECT_EQ(logged(), "envi_arcgis_install_uninstall  = ~/product\n"
                       "aAGSDESKTOPJAVA_DIR = ~/arc\n"
@@ -181,6 +187,7 @@ TEST_F(ArcgisToolbox, NeedsATargetForTheToolbox) {
   use_release_54();
   add_product("_5.4");
   support::fs::remove_all(toolboxes());
+  EXPECT_THAT(run_in_child(install), support::Ended(0, "", ""));
   EXPECT_EQ(run(install), 0);
   EXPECT_EQ(logged(), R"(envi_arcgis_install_uninstall  = ~/product
 aAGSDESKTOPJAVA_DIR = ~/arc
@@ -207,13 +214,14 @@ aSRCDIR = ~/product\auxiliary\ArcToolbox_5.4\Scripts
 aTARGETDIR = ~/arc/ArcToolbox\Scripts
 NOT EXIST the DIRECTORY aTARGETDIR = ~/arc/ArcToolbox\Scripts
 )");
+  EXPECT_THAT(run_in_child(uninstall), support::Ended(0, "", ""));
 }
 
 TEST_F(ArcgisToolbox, WithoutATargetForTheScriptsIsInstalledAllTheSame) {
   use_release_54();
   add_product("_5.4");
   support::fs::remove_all(scripts());
-  EXPECT_EQ(run(install), 0);
+  EXPECT_THAT(run_in_child(install), support::Ended(0, "", ""));
   EXPECT_EQ(file_names(snapshot(path("arc"))), "ArcToolbox\\Toolboxes/Korvalen Tools.tbx\n");
 }
 
@@ -263,6 +271,7 @@ TEST_F(ArcgisToolbox, NeedsAToolsDirectoryInTheEnvironmentAndThatOf53AloneIsNone
   for (const char *name : {"SOME_GPTOOLS", "ENVI53_GPTOOLS"}) {
     set(name, path("tools"));
     forget_log();
+    EXPECT_THAT(run_in_child(install), support::Ended(0, "", "")) << name;
     EXPECT_EQ(run(install), 0) << name;
     EXPECT_EQ(logged(), "envi_arcgis_install_uninstall  = ~/product\n"
                         "aAGSDESKTOPJAVA_DIR = ~/arc\n"

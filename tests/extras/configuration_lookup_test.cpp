@@ -134,6 +134,23 @@ TEST_F(ConfigurationWriter, DeletesOnlyTheInstallationFile) {
   EXPECT_EQ(recorded(), "");
 }
 
+TEST_F(ConfigurationWriter, NamesFilesBelowTheRootWithOneSlash) {
+  setenv("KORVALEN_INIT_DIR", "/", 1);
+  EXPECT_EQ(korvalen_config_file("/p", "/w", deleting), 1);
+  EXPECT_EQ(logged(), "\n"
+                      "FOUND KORVALEN_INIT_DIR = /\n"
+                      "delete  = /Korvalen_configuration.ini\n"
+                      "delete  = /KorvalenInstallation.ini\n");
+}
+
+TEST_F(ConfigurationWriter, SaysNothingWhenItDeletesWhetherThereIsAFileOrNot) {
+  use_init();
+  write_file(path("init/KorvalenInstallation.ini"), "");
+  for (int run = 1; run <= 2; ++run)
+    EXPECT_THAT(support::call([] { return korvalen_config_file("/p", nullptr, deleting); }), Ended(1, "", ""))
+        << "run " << run;
+}
+
 TEST_F(ConfigurationWriter, EndsTheProcessWhenItCannotCreateTheFile) {
   use_init("KORVALEN_INIT_DIR", "gone");
   EXPECT_THAT(support::call([] { return korvalen_config_file("/p", nullptr, writing); }),
@@ -246,6 +263,19 @@ TEST_F(DirectoryLookup, IsNotLogged) {
   EXPECT_EQ(logged(), "");
 }
 
+TEST_F(DirectoryLookup, SaysNothingWhateverItFinds) {
+  const auto call = [] { return support::call([] { return get_korvalen_dir() != nullptr ? 1 : 0; }); };
+  EXPECT_THAT(call(), Ended(1, "", "")) << "no file";
+  write_file(file(), "/opt/korvalen/key_files/\n");
+  EXPECT_THAT(call(), Ended(0, "", "")) << "one line";
+  write_file(file(), std::string(3000, 'd') + "\n\n");
+  EXPECT_THAT(call(), Ended(0, "", "")) << "a line that is too long";
+  write_file(file(), "/opt/korvalen/key_files/\n\n");
+  EXPECT_THAT(call(), Ended(1, "", "")) << "two lines";
+  unsetenv("KORVALEN_INIT_DIR");
+  EXPECT_THAT(call(), Ended(1, "", "")) << "no variable";
+}
+
 // In a fresh process, since the buffer's first state cannot be had again.
 TEST(DirectoryLookupDeathTest, FindsNothingAtFirst) {
   testing::GTEST_FLAG(death_test_style) = "threadsafe";
@@ -293,6 +323,12 @@ TEST_F(BufferLookup, LooksBelowADirectoryThatEndsInASlash) {
   write_file(file(), "/a\n");
   EXPECT_EQ(find(), 1);
   EXPECT_EQ(logged(), "aConfigDir : ~/init\ntheKorvalenDir : /a\n");
+}
+
+TEST_F(BufferLookup, LeavesNothingOfTheRootInTheLog) {
+  setenv("KORVALEN_INIT_DIR", "/", 1);
+  EXPECT_EQ(find(), 0);
+  EXPECT_EQ(logged(), "aConfigDir : \n");
 }
 
 TEST_F(BufferLookup, PrefersTheInitDirectoryThenTheSecondVariable) {
@@ -358,6 +394,19 @@ TEST_F(BufferLookup, MeasuresTheDirectoryWithoutItsTail) {
   EXPECT_EQ(buffer(), longest);
 }
 
+TEST_F(BufferLookup, SaysNothingWhateverItFinds) {
+  const auto call = [this] { return support::call([this] { return find(); }); };
+  EXPECT_THAT(call(), Ended(0, "", "")) << "no variable";
+  use_init();
+  EXPECT_THAT(call(), Ended(0, "", "")) << "no file";
+  write_file(file(), "");
+  EXPECT_THAT(call(), Ended(0, "", "")) << "no line";
+  write_file(file(), std::string(3000, 'd') + "\n");
+  EXPECT_THAT(call(), Ended(0, "", "")) << "a line that is too long";
+  write_file(file(), "/a\n");
+  EXPECT_THAT(call(), Ended(1, "", "")) << "a line";
+}
+
 // Decodes into a block of the promised size, no byte more.
 std::string decoded(const std::string &line) {
   const std::unique_ptr<char[]> out(new char[std::max<std::size_t>(line.size() + 1, 1002)]);
@@ -410,6 +459,13 @@ TEST(Decoding, TurnsCodesIntoCharacters) {
   };
   for (const decoding &c : cases)
     EXPECT_EQ(decoded(c.line), c.expected) << '"' << c.line << '"';
+}
+
+TEST(Decoding, SaysNothing) {
+  for (const std::string line : {"", "NAME=text", "NAME=65, 66, 0", "N=65x, x66, 256, 0"})
+    EXPECT_THAT(support::call([&line] { return decoded(line).empty() ? 0 : 1; }),
+                Ended(line.empty() ? 0 : 1, "", ""))
+        << '"' << line << '"';
 }
 
 TEST(DecodingLongLines, StopsAt1000Characters) {

@@ -85,7 +85,7 @@ TEST_F(UserInstall, WithoutAMenuFileDeploysAllTheSame) {
 }
 
 TEST_F(UserInstall, PutsIdlFilesIntoTheGivenDirectoryWhateverTheVersion) {
-  for (const char *version : {"54", "60"}) {
+  for (const char *version : {"54", "60", "60_53"}) {
     add_product(version);
     const std::string idl_dir = path(std::string("idl_of_") + version);
     EXPECT_EQ(run(version, install, idl_dir.c_str()), 1);

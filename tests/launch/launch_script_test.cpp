@@ -275,6 +275,27 @@ TEST_F(EnviScript, ThatCannotBeReadIsReportedAndStaysAsItWas) {
   EXPECT_EQ(files(), expected({{"script", {"file", 0700, envi_script}}}));
 }
 
+// Whoever may write the script may restore it, but not make it readable when it is somebody else's.
+TEST_F(EnviScript, ThatCannotBeReadOnceRestoredIsReportedAndStaysRestored) {
+  write_file(backup(), "kept\n");
+  write_file(script(), "changed since\n", 0222);
+  EXPECT_THAT(patch_as_other_user(patch_envi),
+              Ended(0, "WRONG size envi script 2 :: " + script() + "\n", ""));
+  EXPECT_EQ(files(),
+            expected({{"script", {"file", 0222, "kept\n"}}, {"script_original", {"file", 0644, "kept\n"}}}));
+}
+
+// The copy tries five times, a second apart, and gives up without a word.
+TEST_F(EnviScript, WhoseBackupCannotBeReadIsPatchedAsItStands) {
+  write_file(backup(), "kept\n", 0);
+  write_file(script(), "a\n" + envi_block("/old") + "if [ b ]\n", 0666);
+  EXPECT_GE(
+      support::seconds_taken([this] { EXPECT_THAT(patch_as_other_user(patch_envi), Ended(1, "", "")); }),
+      5.0);
+  EXPECT_EQ(files(), expected({{"script", {"file", 0666, "a\n" + envi_block("/etc/quorin") + "if [ b ]\n"}},
+                               {"script_original", {"file", 0, "kept\n"}}}));
+}
+
 TEST_F(EnviScript, WhoseBackupCannotBeMadeEndsTheProcess) {
   write_file(script(), envi_script);
   EXPECT_THAT(patch_as_other_user(patch_envi), Ended(255, "", copy_error(script(), backup())));
@@ -407,6 +428,24 @@ TEST_F(IdlScript, WithoutABackupAfterAllIsReportedAndStaysAsItWas) {
   give_directory_away();
   EXPECT_THAT(patch_as_other_user(patch_idl), Ended(0, "WRONG size envi script 4 : " + script() + "\n", ""));
   EXPECT_EQ(files(), expected({{"script", {"file", 0700, idl_script}}}));
+}
+
+TEST_F(IdlScript, ThatCannotBeReadOnceRestoredIsReportedAndStaysRestored) {
+  write_file(backup(), "kept\n");
+  write_file(script(), "changed since\n", 0222);
+  EXPECT_THAT(patch_as_other_user(patch_idl), Ended(0, "WRONG size envi script 4 : " + script() + "\n", ""));
+  EXPECT_EQ(files(),
+            expected({{"script", {"file", 0222, "kept\n"}}, {"script_original", {"file", 0644, "kept\n"}}}));
+}
+
+TEST_F(IdlScript, WhoseBackupCannotBeReadIsPatchedAsItStands) {
+  write_file(backup(), "kept\n", 0);
+  write_file(script(), "a\n" + idl_block("/old") + "INSTALL_DIR=b\n", 0666);
+  EXPECT_GE(support::seconds_taken([this] { EXPECT_THAT(patch_as_other_user(patch_idl), Ended(1, "", "")); }),
+            4.0);
+  EXPECT_EQ(files(),
+            expected({{"script", {"file", 0666, "a\n" + idl_block("/etc/quorin") + "INSTALL_DIR=b\n"}},
+                      {"script_original", {"file", 0, "kept\n"}}}));
 }
 
 TEST_F(IdlScript, WithCarriageReturnsGetsAnEmptyLineAfterEachOfTheseLines) {

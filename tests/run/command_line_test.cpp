@@ -215,6 +215,12 @@ TEST_F(CommandLineRun, TakesNotOkAnywhereInTheEnviDirectoryAsNoEnviDirectory) {
   }
 }
 
+TEST_F(CommandLineRun, ConfiguresAndRecordsTheProductAloneForAnEnviDirectoryThatHoldsNotOk) {
+  EXPECT_THAT(install({product(), "NotOK"}), Ended(0, "", ""));
+  EXPECT_EQ(support::read_file(configuration_in_etc), configuration_of(product()));
+  EXPECT_EQ(support::read_file(script_in_etc), "rm " + configuration_in_etc + "\nrm -rf " + product() + "\n");
+}
+
 TEST_F(CommandLineRun, TakesNotOkInOtherLettersAsAnEnviDirectory) {
   const std::string envi = host() + "/notok";
   make_envi(envi);

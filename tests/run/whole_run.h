@@ -105,8 +105,8 @@ protected:
     return support::run(arguments);
   }
 
-  // As user and group 65534, from a copy of the binary that this user can reach. A binary instrumented for coverage
-  // writes its counts when it ends: it does so where this user may.
+  // As user and group 65534, from a copy of the binary that this user can reach. A binary instrumented for
+  // coverage writes its counts when it ends: it does so where this user may.
   support::outcome install_as_other_user(std::vector<std::string> arguments) const {
     const std::string reachable = path("korvalen_installer");
     fs::copy_file(INSTALLER_PATH, reachable, fs::copy_options::overwrite_existing);
