@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <fstream>
+#include <memory>
 #include <sys/stat.h>
 #include <vector>
 
@@ -16,9 +17,10 @@ constexpr std::size_t max_lines = 200'000;
 std::vector<owned_string> read_lines(const char *path) {
   std::vector<owned_string> lines;
   std::ifstream file(path);
-  std::vector<char> line(line_buffer_size);
-  while (lines.size() < max_lines && file.getline(line.data(), line_buffer_size))
-    lines.push_back(str_dup_line(line.data()));
+  // Not cleared: as much of it is used as the longest line needs.
+  const auto line = std::make_unique_for_overwrite<char[]>(line_buffer_size);
+  while (lines.size() < max_lines && file.getline(line.get(), line_buffer_size))
+    lines.push_back(str_dup_line(line.get()));
   return lines;
 }
 
