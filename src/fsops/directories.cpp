@@ -24,7 +24,7 @@ constexpr const char *listing_file = "./.korvalen_ls_temp_txt";
 // be removed, only the user's own file may be written again, once it is emptied, so that old names are never
 // taken for new ones; and only the user's own directory is left to the shell, which says that it cannot write
 // there. A link would be written through, a FIFO waited for, and what somebody else owns could be changed
-// before it is read.
+// before it is read. When not, errno tells why the old one stays.
 bool make_room_for_listing() {
   struct stat status {};
   if (lstat(listing_file, &status) != 0 || fdfRemoveFile(listing_file))
@@ -68,7 +68,7 @@ bool fdfRemoveDir(const char *path) {
 
 line_array fdfDirFiles(const char *pattern, std::int32_t *count) {
   if (!make_room_for_listing()) {
-    std::cerr << "Error: cannot replace " << listing_file << std::endl;
+    std::cerr << "Error: cannot replace " << listing_file << ": " << std::strerror(errno) << std::endl;
     return nullptr;
   }
 

@@ -78,8 +78,9 @@ protected:
     return install_as_other_user({product(), envi(), "x"});
   }
 
-  static testing::Matcher<const support::outcome &> ended_refusing_to_list() {
-    return Ended(0, installed, fifteen_times("Error: cannot replace ./.korvalen_ls_temp_txt\n"));
+  static testing::Matcher<const support::outcome &> ended_refusing_to_list(const std::string &reason) {
+    return Ended(0, installed,
+                 fifteen_times("Error: cannot replace ./.korvalen_ls_temp_txt: " + reason + "\n"));
   }
 
   // What the shell says when it cannot write the listing.
@@ -176,7 +177,7 @@ TEST_F(HostileListing, CopiesNothingInADirectoryThatCannotBeWritten) {
 TEST_F(HostileListing, DoesNotTakeAnothersListingForItsOwnInADirectoryThatCannotBeWritten) {
   give_to_other_user(host());
   write_file(listing, "/p/k.sav\n", 0644);
-  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
+  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list("Permission denied"));
   expect_nothing_placed();
   EXPECT_EQ(read_file(listing), "/p/k.sav\n");
 }
@@ -192,7 +193,7 @@ TEST_F(HostileListing, WritesItsOwnListingAgainInADirectoryThatCannotBeWritten) 
 TEST_F(HostileListing, OfAnotherUserInASharedDirectoryIsNotUsed) {
   share_current_directory();
   write_file(listing, "/p/k.sav\n", 0644);
-  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
+  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list("Operation not permitted"));
   expect_nothing_placed();
   EXPECT_EQ(read_file(listing), "/p/k.sav\n");
 }
@@ -201,7 +202,7 @@ TEST_F(HostileListing, OfAnotherUserInASharedDirectoryIsNotUsed) {
 TEST_F(HostileListing, ThatAnotherUserOpenedForAllInASharedDirectoryIsNotUsed) {
   share_current_directory();
   write_file(listing, "/p/k.sav\n", 0666);
-  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
+  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list("Operation not permitted"));
   expect_nothing_placed();
 }
 
@@ -210,7 +211,7 @@ TEST_F(HostileListing, ThatIsAnothersLinkInASharedDirectoryIsNotWrittenThrough) 
   write_file(host() + "/own.txt", "own\n", 0600);
   give_to_other_user(host() + "/own.txt");
   fs::create_symlink(host() + "/own.txt", listing);
-  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
+  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list("Operation not permitted"));
   expect_nothing_placed();
   EXPECT_EQ(read_file(host() + "/own.txt"), "own\n");
   EXPECT_EQ(support::mode_of(host() + "/own.txt"), 0600U);
@@ -220,7 +221,7 @@ TEST_F(HostileListing, ThatIsAnothersLinkInASharedDirectoryIsNotWrittenThrough) 
 TEST_F(HostileListing, ThatIsAnothersDanglingLinkInASharedDirectoryIsNotWrittenThrough) {
   share_current_directory();
   fs::create_symlink(host() + "/missing.txt", listing);
-  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
+  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list("Operation not permitted"));
   expect_nothing_placed();
   EXPECT_FALSE(fs::exists(host() + "/missing.txt"));
 }
@@ -229,7 +230,7 @@ TEST_F(HostileListing, ThatIsAnothersFifoInASharedDirectoryIsNotWaitedFor) {
   share_current_directory();
   must(mkfifo(listing.c_str(), 0666), "cannot make a FIFO");
   must(chmod(listing.c_str(), 0666), "cannot open the FIFO to all");
-  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
+  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list("Operation not permitted"));
   expect_nothing_placed();
   EXPECT_TRUE(fs::is_fifo(listing));
 }
@@ -237,7 +238,7 @@ TEST_F(HostileListing, ThatIsAnothersFifoInASharedDirectoryIsNotWaitedFor) {
 TEST_F(HostileListing, ThatIsAnothersDirectoryInASharedDirectoryStays) {
   share_current_directory();
   fs::create_directory(listing);
-  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list());
+  EXPECT_THAT(install_locally_as_other_user(), ended_refusing_to_list("Operation not permitted"));
   expect_nothing_placed();
   EXPECT_EQ(changes({}, snapshot(".")), "new directory 755 .korvalen_ls_temp_txt\n");
 }
@@ -245,7 +246,7 @@ TEST_F(HostileListing, ThatIsAnothersDirectoryInASharedDirectoryStays) {
 TEST_F(HostileListing, ThatIsAnothersDirectoryWithContentsStaysAndIsNotUsedByRootEither) {
   write_file(listing + "/k.sav", "theirs\n", 0644);
   give_to_other_user(listing);
-  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list());
+  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list("Directory not empty"));
   expect_nothing_placed();
   EXPECT_EQ(read_file(listing + "/k.sav"), "theirs\n");
 }
@@ -264,7 +265,7 @@ TEST_F(HostileListing, OfAnEarlierRunOnAReadOnlyMountIsNotTakenForANewOne) {
   must(mount(directory.c_str(), directory.c_str(), nullptr, MS_BIND, nullptr), "cannot mount the directory");
   must(mount(nullptr, directory.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), "read-only");
   fs::current_path(directory);
-  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list());
+  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list("Read-only file system"));
   fs::current_path(host());
   must(umount(directory.c_str()), "cannot unmount");
   expect_nothing_placed();
@@ -274,7 +275,7 @@ TEST_F(HostileListing, OfAnEarlierRunOnAReadOnlyMountIsNotTakenForANewOne) {
 TEST_F(HostileListing, ThatIsADeviceAndAMountPointIsNotUsed) {
   must(mknod(path("device").c_str(), S_IFCHR | 0666, makedev(1, 3)), "cannot make a device");
   const mounted_listing mounted(path("device"));
-  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list());
+  EXPECT_THAT(install({product(), envi()}), ended_refusing_to_list("Device or resource busy"));
   expect_nothing_placed();
 }
 
