@@ -71,7 +71,10 @@ const char *envi_dir_problem(const char *envi_dir) {
     return too_long;
   // Without an IDL directory nothing is made.
   const owned_string idl_dir = find_idl_directory(without_trailing_slash(envi_dir).c_str());
-  if (idl_dir && is_too_long_to_make(str_join_path(idl_dir.get(), deepest_idl_subdirectory).get()))
+  if (!idl_dir)
+    return nullptr;
+  const owned_string deepest = str_join_path(idl_dir.get(), deepest_idl_subdirectory);
+  if (is_too_long_to_make(deepest.get()))
     return "directories below it would be longer than 1,000 bytes or deeper than 100 directories";
   return nullptr;
 }
@@ -91,10 +94,11 @@ install_request read_command_line(int argc, char **argv) {
 }
 
 owned_string uninstall_script_path(const install_request &request) {
-  // Wanted: the doubled slash before the script's name in the local layout.
-  return request.local_layout ? str_format_new("%s/..//korvalen_uninstall.sh",
-                                               without_trailing_slash(request.product_dir).c_str())
-                              : str_join_path(system_init_dir, "korvalen_uninstall.sh");
+  if (!request.local_layout)
+    return str_join_path(system_init_dir, "korvalen_uninstall.sh");
+  const std::string product_dir = without_trailing_slash(request.product_dir);
+  // Wanted: the doubled slash before the script's name.
+  return str_format_new("%s/..//korvalen_uninstall.sh", product_dir.c_str());
 }
 
 const char *init_directory(const install_request &request) {
