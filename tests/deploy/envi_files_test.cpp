@@ -151,6 +151,27 @@ std::string empty_copy(const std::string &directory) {
   return "fdfDirFiles  = ~/source/" + directory + "/*.*\naNumber  = 0\n";
 }
 
+// The eleven, with the directories above them.
+support::tree made_directories() {
+  const support::entry directory = {"directory", 0755, ""};
+  return {
+      {"classic", directory},
+      {"classic/filt_func", directory},
+      {"classic/save", directory},
+      {"classic/save_add", directory},
+      {"custom_code", directory},
+      {"extensions", directory},
+      {"resource", directory},
+      {"resource/bitmaps", directory},
+      {"resource/filterfuncs", directory},
+      {"resource/langcat", directory},
+      {"resource/templates", directory},
+      {"resource/templates/tasks", directory},
+      {"resource/templates/tasks/Korvalen", directory},
+      {"save", directory},
+  };
+}
+
 struct EnviFiles : support::recording_test {
   int deploy(bool mode, const char *envi = "envi") const {
     return copy_files_in_envi_dir_envi(path("source").c_str(), path(envi).c_str(), mode);
@@ -182,21 +203,7 @@ TEST_F(EnviFiles, InstalledFromAnEmptySourceMakeElevenDirectoriesAndNothingElse)
   create_directories(path("source"));
   create_directories(path("envi"));
   EXPECT_EQ(deploy(install), 1);
-  const support::entry directory = {"directory", 0755, ""};
-  EXPECT_EQ(snapshot(path("envi")), (support::tree{{"classic", directory},
-                                                   {"classic/filt_func", directory},
-                                                   {"classic/save", directory},
-                                                   {"classic/save_add", directory},
-                                                   {"custom_code", directory},
-                                                   {"extensions", directory},
-                                                   {"resource", directory},
-                                                   {"resource/bitmaps", directory},
-                                                   {"resource/filterfuncs", directory},
-                                                   {"resource/langcat", directory},
-                                                   {"resource/templates", directory},
-                                                   {"resource/templates/tasks", directory},
-                                                   {"resource/templates/tasks/Korvalen", directory},
-                                                   {"save", directory}}));
+  EXPECT_EQ(snapshot(path("envi")), made_directories());
   EXPECT_EQ(recorded(), "");
 }
 
@@ -214,21 +221,9 @@ TEST_F(EnviFiles, WithoutADirectoryThatCannotBeMadeGetTheOthersAllTheSame) {
   create_directories(path("source"));
   write_file(path("envi/custom_code"), "x");
   EXPECT_THAT(support::call([this] { return deploy(install); }), support::Ended(1, "", ""));
-  const support::entry directory = {"directory", 0755, ""};
-  EXPECT_EQ(snapshot(path("envi")), (support::tree{{"classic", directory},
-                                                   {"classic/filt_func", directory},
-                                                   {"classic/save", directory},
-                                                   {"classic/save_add", directory},
-                                                   {"custom_code", {"file", 0644, "x"}},
-                                                   {"extensions", directory},
-                                                   {"resource", directory},
-                                                   {"resource/bitmaps", directory},
-                                                   {"resource/filterfuncs", directory},
-                                                   {"resource/langcat", directory},
-                                                   {"resource/templates", directory},
-                                                   {"resource/templates/tasks", directory},
-                                                   {"resource/templates/tasks/Korvalen", directory},
-                                                   {"save", directory}}));
+  support::tree others_and_file = made_directories();
+  others_and_file["custom_code"] = {"file", 0644, "x"};
+  EXPECT_EQ(snapshot(path("envi")), others_and_file);
   EXPECT_EQ(recorded(), "");
 }
 

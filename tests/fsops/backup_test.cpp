@@ -40,6 +40,13 @@ protected:
     return support::file_names(tree);
   }
 
+  // Keeps "big", which holds 10,000 bytes, as "big_original" where only 5,000 fit.
+  static bool keep_big_without_room(bool record) {
+    write_file("big", std::string(10'000, 'x'));
+    const support::file_size_limit limit(5000);
+    return keep_original("big", "big_original", record);
+  }
+
   // Keeps the FIFO "pipe" as "pipe_original" and acts while its copy, "pipe_original.new", is being written.
   static bool keep_pipe_and_meanwhile(const std::function<void()> &act) {
     if (mkfifo("pipe", 0600) != 0)
@@ -230,41 +237,23 @@ TEST_F(Backup, IsNotMadeOfAnOriginalThatMayNotBeRead) {
 }
 
 TEST_F(Backup, IsNotMadeWhenItsCopyIsIncomplete) {
-  const std::string original(10'000, 'x');
-  write_file("big", original);
-  bool kept = true;
-  {
-    const support::file_size_limit limit(5000);
-    kept = keep_original("big", "big_original", true);
-  }
-  EXPECT_FALSE(kept);
-  EXPECT_EQ(read_file("big"), original);
+  EXPECT_FALSE(keep_big_without_room(true));
+  EXPECT_EQ(read_file("big"), std::string(10'000, 'x'));
   EXPECT_EQ(recorded(), "");
   EXPECT_EQ(names(), "big\nenvi\n");
 }
 
 TEST_F(Backup, IsNotMadeWhenItsPlainCopyIsIncomplete) {
-  const std::string original(10'000, 'x');
-  write_file("big", original);
   write_file("big_original.new/somebodys", "work");
-  bool kept = true;
-  {
-    const support::file_size_limit limit(5000);
-    kept = keep_original("big", "big_original", true);
-  }
-  EXPECT_FALSE(kept);
-  EXPECT_EQ(read_file("big"), original);
+  EXPECT_FALSE(keep_big_without_room(true));
+  EXPECT_EQ(read_file("big"), std::string(10'000, 'x'));
   EXPECT_EQ(recorded(), "");
   EXPECT_EQ(names(), "big\nbig_original.new/somebodys\nenvi\n");
 }
 
 TEST_F(Backup, LeavesALinkInItsPlaceWhenItsCopyIsIncomplete) {
-  write_file("big", std::string(10'000, 'x'));
   std::filesystem::create_symlink("envi", "big_original");
-  {
-    const support::file_size_limit limit(5000);
-    EXPECT_FALSE(keep_original("big", "big_original", false));
-  }
+  EXPECT_FALSE(keep_big_without_room(false));
   EXPECT_EQ(std::filesystem::read_symlink("big_original"), "envi");
   EXPECT_EQ(read_file("envi"), "#!/bin/sh\nexec idl\n");
 }
