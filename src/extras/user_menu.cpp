@@ -68,7 +68,7 @@ bool envi_user_menu_install_uninstall(const char *dir, bool uninstall) {
 
   if (!fdfExists(menu.get()))
     return false;
-  if (!fdfExists(old_menu.get()) && !keep_original(menu.get(), old_menu.get(), true))
+  if (!has_backup(menu.get(), old_menu.get()) && !keep_original(menu.get(), old_menu.get(), true))
     return false;
 
   {

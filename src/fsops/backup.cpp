@@ -3,6 +3,7 @@
 #include "driver/strings.h"
 #include "driver/uninstall_script.h"
 #include "fsops/file_copy.h"
+#include "fsops/file_queries.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -15,11 +16,15 @@ namespace korvalen {
 
 namespace {
 
-// An existing backup is never replaced, not even when somebody's look-up of it failed for a moment. A
-// symbolic link is not a backup: what it points to stays where it is.
-bool may_stand_at(const char *backup) {
+// A look-up that failed for a moment finds nothing free.
+bool is_free(const char *path) {
   struct stat status {};
-  return lstat(backup, &status) == 0 ? S_ISLNK(status.st_mode) : errno == ENOENT;
+  return lstat(path, &status) != 0 && errno == ENOENT;
+}
+
+bool is_link(const char *path) {
+  struct stat status {};
+  return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
 }
 
 bool create_empty(const char *path) {
@@ -57,16 +62,26 @@ bool copy_completely(const char *path, const char *copy) {
 
 } // namespace
 
+bool has_backup(const char *path, const char *backup) {
+  return fdfExists(backup) && !is_same_file(path, backup);
+}
+
 bool keep_original(const char *path, const char *backup, bool record) {
-  if (!may_stand_at(backup))
+  // A symbolic link is not a backup. It gives way, and what it points to stays where it is.
+  if (!is_free(backup) && !is_link(backup))
     return false;
 
+  const owned_string unfinished = str_format_new("%s.new", backup);
+  if (is_same_file(path, unfinished.get()))
+    return false;
   // The temporary name is created only to see that it can be. The copy creates it anew, with the mode of a
   // new file.
-  const owned_string unfinished = str_format_new("%s.new", backup);
   std::remove(unfinished.get());
   const bool has_detour = create_empty(unfinished.get());
   if (has_detour && std::remove(unfinished.get()) != 0)
+    return false;
+  // A plain copy would be written through a link, perhaps into the original.
+  if (!has_detour && !is_free(backup))
     return false;
 
   if (!copy_completely(path, has_detour ? unfinished.get() : backup))

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace korvalen {
 
@@ -33,19 +34,7 @@ void log_failure(const char *label, const char *path) {
   log_line(label, path);
 }
 
-} // namespace
-
-bool fdfCopyFile(const char *source, const char *target, int /*unused*/, bool record) {
-  const open_file source_file = open_with_retries(open_source, source);
-  if (!source_file) {
-    log_failure("FILE NOT FOUND : ", source);
-    return false;
-  }
-
-  errno = 0;
-  if (fdfExists(target))
-    chmod(target, 0755);
-
+void write_target(open_file source_file, const char *source, const char *target) {
   open_file target_file = open_with_retries(open_target, target);
   if (!target_file) {
     log_failure("CREATE FILE ERROR : ", target);
@@ -57,7 +46,26 @@ bool fdfCopyFile(const char *source, const char *target, int /*unused*/, bool re
     log_failure("WRITE IN  FILE ERROR : ", target);
     return true;
   });
+  source_file.reset();
   target_file.reset();
+}
+
+} // namespace
+
+bool fdfCopyFile(const char *source, const char *target, int /*unused*/, bool record) {
+  open_file source_file = open_with_retries(open_source, source);
+  if (!source_file) {
+    log_failure("FILE NOT FOUND : ", source);
+    return false;
+  }
+
+  errno = 0;
+  const bool exists = fdfExists(target);
+  if (exists)
+    chmod(target, 0755);
+  // Opened for writing, a file that is its own target would be empty before it is read.
+  if (!exists || !is_same_file(source, target))
+    write_target(std::move(source_file), source, target);
 
   if (record)
     add_korvalen_install_files(target);

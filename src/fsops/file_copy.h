@@ -4,9 +4,10 @@
 namespace korvalen {
 
 // Copies the source's bytes over the target. An existing target is first set to mode 0755 and then
-// overwritten in place, through a symbolic link too; a new one gets the mode of a new file. Either file is
-// tried five times, with one second between the attempts. With `record`, the target is appended to the
-// uninstall script. A short write or a read error does not stop the copy and does not change the result.
+// overwritten in place, through a symbolic link too; a new one gets the mode of a new file. A target that is
+// the source itself, under whatever name, keeps its bytes. Either file is tried five times, with one second
+// between the attempts. With `record`, the target is appended to the uninstall script. A short write or a
+// read error does not stop the copy and does not change the result.
 // False when the source cannot be opened; then no target is touched. A target that cannot be created ends the
 // process with status 255 and a message on standard error. The third argument is not used.
 bool fdfCopyFile(const char *source, const char *target, int unused, bool record);

@@ -41,6 +41,13 @@ bool fdfExistsQuiet(const char *path) {
   return reason == 0;
 }
 
+bool is_same_file(const char *path, const char *other_path) {
+  struct stat status {};
+  struct stat other_status {};
+  return stat(path, &status) == 0 && stat(other_path, &other_status) == 0 &&
+         status.st_dev == other_status.st_dev && status.st_ino == other_status.st_ino;
+}
+
 line_array fdfReadLines(const char *path, std::int32_t *count) {
   const bool exists = fdfExists(path);
   std::vector<owned_string> lines;

@@ -12,6 +12,9 @@ bool fdfExists(const char *path);
 // The same question; always leaves errno 0.
 bool fdfExistsQuiet(const char *path);
 
+// Whether both paths lead to one file; false when either cannot be looked up.
+bool is_same_file(const char *path, const char *other_path);
+
 // The lines of a text file without their line ends; a CR ends a line early and stays in it as an LF. At most
 // 200,000 lines; a line of more than 199,999 characters ends the reading before it.
 // Null only when nothing stands at the path; a file that cannot be read gives an array without lines.

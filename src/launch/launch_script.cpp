@@ -41,7 +41,7 @@ std::int32_t find_line(const script_text &script, const char *text) {
 
 // False when there is neither a script nor a backup of it.
 bool ensure_backup(const char *script, const char *backup) {
-  if (fdfExists(backup))
+  if (has_backup(script, backup))
     return true;
   if (!fdfExists(script))
     return false;
@@ -52,7 +52,7 @@ bool ensure_backup(const char *script, const char *backup) {
 // Puts the backup back and reads the script; no lines when there is no backup.
 script_text restore(const char *script, const char *backup) {
   script_text text;
-  if (!fdfExists(backup))
+  if (!has_backup(script, backup))
     return text;
   fdfCopyFile(backup, script, 0, false);
   text.lines = fdfReadLines(script, &text.count);

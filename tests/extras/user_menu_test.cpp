@@ -75,6 +75,25 @@ TEST_F(UserMenu, KeepsTheBackupOfTheFirstRunForEver) {
                         "rm ~/envi/menu/useradd.txt\n");
 }
 
+TEST_F(UserMenu, WhoseBackupIsALinkToItIsGivenARealOne) {
+  write_file(file("useradd.txt"), "first\n");
+  support::fs::create_symlink("useradd.txt", file("useradd_old.txt"));
+  EXPECT_TRUE(run(install));
+  EXPECT_EQ(snapshot(path("envi/menu")),
+            (support::tree{{"useradd.txt", {"file", 0755, "first\n" PRODUCT_LINES "\n"}},
+                           {"useradd_new.txt", {"file", 0644, "first\n" PRODUCT_LINES "\n"}},
+                           {"useradd_old.txt", {"file", 0644, "first\n"}}}));
+}
+
+TEST_F(UserMenu, ThatIsItsOwnBackupStaysAsItWas) {
+  write_file(file("useradd.txt"), "first\n", 0600);
+  support::fs::create_hard_link(file("useradd.txt"), file("useradd_old.txt"));
+  EXPECT_FALSE(run(install));
+  EXPECT_EQ(snapshot(path("envi/menu")), (support::tree{{"useradd.txt", {"file", 0600, "first\n"}},
+                                                        {"useradd_old.txt", {"file", 0600, "first\n"}}}));
+  EXPECT_EQ(recorded(), "");
+}
+
 TEST_F(UserMenu, IsAsItWasAfterInstallingAndUninstalling) {
   write_file(file("useradd.txt"), "first\nsecond\n\nafter\n");
   EXPECT_TRUE(run(install));

@@ -189,6 +189,23 @@ TEST_F(Backup, IsAPlainCopyWhenItsTemporaryNameIsTaken) {
   EXPECT_EQ(names(), "envi\nenvi_original\nenvi_original.new/somebodys\n");
 }
 
+TEST_F(Backup, IsNotMadeThroughALinkWhenItsTemporaryNameIsTaken) {
+  write_file("envi_original.new/somebodys", "work");
+  std::filesystem::create_symlink("envi", "envi_original");
+  EXPECT_FALSE(keep_original("envi", "envi_original", true));
+  EXPECT_EQ(read_file("envi"), "#!/bin/sh\nexec idl\n");
+  EXPECT_EQ(std::filesystem::read_symlink("envi_original"), "envi");
+  EXPECT_EQ(recorded(), "");
+}
+
+TEST_F(Backup, IsNotMadeOfAnOriginalUnderItsTemporaryName) {
+  write_file("script.new", "original");
+  EXPECT_FALSE(keep_original("./script.new", "script", true));
+  EXPECT_EQ(read_file("script.new"), "original");
+  EXPECT_EQ(recorded(), "");
+  EXPECT_EQ(names(), "envi\nscript.new\n");
+}
+
 TEST_F(Backup, IsAPlainCopyWhenItsTemporaryNameIsTooLong) {
   const std::string longest(255, 'b');
   EXPECT_TRUE(keep_original("envi", longest.c_str(), false));

@@ -75,6 +75,19 @@ TEST_F(FileCopy, CreatesATargetWithTheModeOfANewFile) {
   EXPECT_EQ(mode_of("target"), 0640U);
 }
 
+TEST_F(FileCopy, OntoItselfKeepsTheBytesUnderWhateverName) {
+  write_file("file", "bytes", 0600);
+  std::filesystem::create_symlink("file", "link");
+  std::filesystem::create_hard_link("file", "second");
+  for (const char *name : {"file", "./file", "link", "second"}) {
+    EXPECT_TRUE(fdfCopyFile("file", name, 0, true)) << name;
+    EXPECT_EQ(read_file("file"), "bytes") << name;
+  }
+  EXPECT_EQ(mode_of("file"), 0755U);
+  EXPECT_TRUE(std::filesystem::is_symlink("link"));
+  EXPECT_EQ(recorded(), "rm file\nrm ./file\nrm link\nrm second\n");
+}
+
 TEST_F(FileCopy, ReplacesTheContentsOfALongerTarget) {
   write_file("source", "new");
   write_file("target", std::string(5000, 'o'));

@@ -86,6 +86,21 @@ TEST_F(FileQueries, FindNothingWhereTheUserMayNotLook) {
   EXPECT_EQ(ask(fdfExistsQuiet, "closed/file"), (answer{false, 0}));
 }
 
+TEST_F(FileQueries, TellOneFileUnderTwoNamesFromTwoFiles) {
+  write_file("one", "bytes");
+  write_file("equal", "bytes");
+  std::filesystem::create_symlink("one", "link");
+  std::filesystem::create_hard_link("one", "second");
+  std::filesystem::create_symlink("nowhere", "dangling");
+  for (const char *name : {"one", "./one", "link", "second"})
+    EXPECT_TRUE(is_same_file("one", name)) << name;
+  for (const char *name : {"equal", "/dev/null", "dangling", "absent", ""}) {
+    EXPECT_FALSE(is_same_file("one", name)) << name;
+    EXPECT_FALSE(is_same_file(name, "one")) << name;
+  }
+  EXPECT_FALSE(is_same_file("dangling", "dangling"));
+}
+
 TEST_F(FileQueries, ReadNoLinesFromAnEmptyFile) {
   EXPECT_THAT(lines(""), IsEmpty());
 }

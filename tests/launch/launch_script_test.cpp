@@ -267,6 +267,26 @@ TEST_F(EnviScript, BehindALinkIsPatchedThroughItAndKeptBesideIt) {
   EXPECT_EQ(snapshot(path("real")), (support::tree{{"envi.sh", {"file", 0755, patched_envi_script}}}));
 }
 
+TEST_F(EnviScript, WhoseBackupIsALinkToItIsGivenARealOne) {
+  write_file(script(), envi_script);
+  support::fs::create_symlink("script", backup());
+  EXPECT_THAT(patch_in_child(patch_envi), Ended(1, "", ""));
+  EXPECT_EQ(files(), expected({{"script", {"file", 0755, patched_envi_script}},
+                               {"script_original", {"file", 0644, envi_script}}}));
+}
+
+// There is nothing to restore it from, and no free name for a backup.
+TEST_F(EnviScript, ThatIsItsOwnBackupIsReportedAndStaysAsItWas) {
+  write_file(backup(), envi_script, 0700);
+  support::fs::create_symlink("script_original", script());
+  EXPECT_THAT(patch_in_child(patch_envi), Ended(0, "WRONG size envi script 2 :: " + script() + "\n", ""));
+  support::fs::remove(script());
+  support::fs::create_hard_link(backup(), script());
+  EXPECT_THAT(patch_in_child(patch_envi), Ended(0, "WRONG size envi script 2 :: " + script() + "\n", ""));
+  EXPECT_EQ(files(), expected({{"script", {"file", 0700, envi_script}},
+                               {"script_original", {"file", 0700, envi_script}}}));
+}
+
 TEST_F(EnviScript, ThatCannotBeReadIsReportedAndStaysAsItWas) {
   write_file(script(), envi_script, 0700);
   give_directory_away();
@@ -461,6 +481,26 @@ TEST_F(IdlScript, BehindALinkIsPatchedThroughItAndKeptBesideIt) {
   EXPECT_EQ(files(), expected({{"script", {"link", 0, "../real/idl.sh"}},
                                {"script_original", {"file", 0644, idl_script}}}));
   EXPECT_EQ(snapshot(path("real")), (support::tree{{"idl.sh", {"file", 0755, patched_idl_script}}}));
+}
+
+TEST_F(IdlScript, WhoseBackupIsALinkToItIsGivenARealOne) {
+  write_file(script(), idl_script);
+  support::fs::create_symlink("script", backup());
+  EXPECT_THAT(patch_in_child(patch_idl), Ended(1, "", ""));
+  EXPECT_EQ(files(), expected({{"script", {"file", 0755, patched_idl_script}},
+                               {"script_original", {"file", 0644, idl_script}}}));
+}
+
+// There is nothing to restore it from, and no free name for a backup.
+TEST_F(IdlScript, ThatIsItsOwnBackupIsReportedAndStaysAsItWas) {
+  write_file(backup(), idl_script, 0700);
+  support::fs::create_symlink("script_original", script());
+  EXPECT_THAT(patch_in_child(patch_idl), Ended(0, "WRONG size envi script 4 : " + script() + "\n", ""));
+  support::fs::remove(script());
+  support::fs::create_hard_link(backup(), script());
+  EXPECT_THAT(patch_in_child(patch_idl), Ended(0, "WRONG size envi script 4 : " + script() + "\n", ""));
+  EXPECT_EQ(files(), expected({{"script", {"file", 0700, idl_script}},
+                               {"script_original", {"file", 0700, idl_script}}}));
 }
 
 TEST_F(IdlScript, WhoseBackupCannotBeMadeEndsTheProcess) {
