@@ -59,7 +59,7 @@ line_array split_path(const char *path, std::int32_t *count);
 inline constexpr std::size_t split_path_max_bytes = 1000;
 inline constexpr std::size_t split_path_max_components = 100;
 
-// The directory less one trailing "/", then "/", then the sub-path.
+// The directory less one trailing "/" (the root keeps it), then "/", then the sub-path.
 owned_string str_join_path(const char *directory, const char *sub_path);
 
 } // namespace korvalen

@@ -20,9 +20,9 @@ int korvalen_config_file(const char *productDir, const char *workDir, bool delet
 inline constexpr std::size_t korvalen_dir_size = 3000;
 
 // The product directory from the configuration file's first line less its tail "/key_files/", in a
-// process-wide buffer that the next call overwrites. Without a configuration file (also when neither variable
-// is set) the buffer keeps what it held, which is nothing at first. Null, and an emptied buffer, when the
-// file has fewer than two lines or the directory does not fit.
+// process-wide buffer that the next call overwrites. With neither variable set, the configuration directory
+// is "./NOT_FOUND". Without a configuration file the buffer keeps what it held, which is nothing at first.
+// Null, and an emptied buffer, when the file has fewer than two lines or the directory does not fit.
 const char *get_korvalen_dir();
 
 // The product directory from the configuration file's first line less its tail "key_files\", into dirBuffer,

@@ -139,6 +139,16 @@ TEST_F(ArcgisToolbox, WithoutSourcesIsHandledAllTheSame) {
   EXPECT_EQ(file_names(snapshot(path("arc"))), "");
 }
 
+TEST_F(ArcgisToolbox, LosesItsCompiledScriptBeforeTheScriptsAreCopied) {
+  use_release_54();
+  add_product("_5.4");
+  write_file(scripts() + "/korvalenpy.pyc", "compiled from an older one");
+  write_file(scripts() + "/korvalenpy.py/in", "the way");
+  EXPECT_EQ(run_in_child(install).status, 255);
+  EXPECT_EQ(file_names(snapshot(path("arc"))),
+            "ArcToolbox\\Scripts/korvalenpy.py/in\nArcToolbox\\Toolboxes/Korvalen Tools.tbx\n");
+}
+
 TEST_F(ArcgisToolbox, HasTheSameTargetsForADesktopDirectoryThatEndsInASlash) {
   use_release_54();
   add_product("_5.4");

@@ -64,7 +64,7 @@ class SharedListing : public Listing {
 protected:
   SharedListing() { fs::permissions(scratch(), fs::perms(01777)); }
 
-  // Whether the listing was refused, without a word and without a count.
+  // Whether the listing was refused, without a count.
   static bool is_refused() {
     const other_user nobody;
     std::int32_t count = 17;

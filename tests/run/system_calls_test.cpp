@@ -2,6 +2,7 @@
 
 #include "run/whole_run.h"
 
+#include <algorithm>
 #include <regex>
 #include <sstream>
 
@@ -147,6 +148,17 @@ TEST_F(SystemCalls, WriteAtMostFourKilobytesAtATimeToATarget) {
     sizes.push_back(std::stoi(size));
   EXPECT_GT(sizes.size(), 50U);
   EXPECT_THAT(sizes, Each(Le(4096)));
+}
+
+TEST_F(SystemCalls, CloseTheSourceThenTheTargetAndThenRecordIt) {
+  write_file(source("envi/save/k.sav"), "k");
+  EXPECT_THAT(trace({"-y", "-e", "trace=close"}), Ended(0, installed, ""));
+  const texts closed = groups_of(shortened_trace(), R"re(^close\(\d+<(.*)>\) += 0$)re");
+  const auto first =
+      std::find(closed.begin(), closed.end(), "PRODUCT/auxiliary/envi_extensions_54/envi/save/k.sav");
+  ASSERT_GE(closed.end() - first, 3);
+  EXPECT_THAT(texts(first, first + 3), ElementsAre("PRODUCT/auxiliary/envi_extensions_54/envi/save/k.sav",
+                                                   "ENVI/save/k.sav", "/etc/quorin/korvalen_uninstall.sh"));
 }
 
 TEST_F(SystemCalls, OpenTheUninstallScriptForAppendingOnceForEachLine) {
