@@ -16,7 +16,8 @@ void run_directory_step(const directory_step &step, const char *source_base, con
   const owned_string source = str_join_path(source_base, step.source);
   const owned_string target = str_join_path(target_base, step.target);
 
-  if (step.probe == source_probe::always || (step.probe == source_probe::on_install && !uninstall))
+  if (step.core_file == core_file_removal::always ||
+      (step.core_file == core_file_removal::on_install && !uninstall))
     delete_if_present(str_join_path(source.get(), "quorin_core.sav").get());
   delete_stale_files(uninstall ? step.stale_on_uninstall : step.stale_on_install, target_base);
 

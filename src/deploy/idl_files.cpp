@@ -29,10 +29,10 @@ constexpr const char *libraries[] = {
 };
 
 constexpr directory_step steps[] = {
-    // Wanted: this source is probed in both modes, unlike those of the ENVI files.
+    // Wanted: this source loses its core file in both modes, unlike those of the ENVI files.
     {.source = "lib/hook",
      .target = "lib/hook",
-     .probe = source_probe::always,
+     .core_file = core_file_removal::always,
      .stale_on_install = {delete_file_in_lib_hook, hooks_on_install},
      .stale_on_uninstall = {delete_file_in_lib_hook, hooks_on_uninstall}},
     {.source = "bin/bin.linux.x86_64",

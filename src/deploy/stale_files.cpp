@@ -11,7 +11,7 @@ namespace {
 
 void delete_file_in(const char *base_dir, const char *sub_path, const char *file_name) {
   const owned_string directory = str_join_path(base_dir, sub_path);
-  delete_if_present(str_format_new("%s/%s", directory.get(), file_name).get());
+  delete_if_present(str_join_path(directory.get(), file_name).get());
 }
 
 } // namespace

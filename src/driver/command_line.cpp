@@ -93,6 +93,10 @@ install_request read_command_line(int argc, char **argv) {
   return {argv[1], is_given(argc, argv, 2) ? argv[2] : nullptr, is_given(argc, argv, 3)};
 }
 
+bool installs_into_envi(const install_request &request) {
+  return request.envi_dir != nullptr && request.envi_dir[0] != '\0';
+}
+
 owned_string uninstall_script_path(const install_request &request) {
   if (!request.local_layout)
     return str_join_path(system_init_dir, "korvalen_uninstall.sh");
@@ -112,8 +116,9 @@ std::string exported_init_directory(const install_request &request) {
 owned_string find_refusal(const install_request &request) {
   if (const char *const problem = product_dir_problem(request))
     return refusal("product directory", request.product_dir, problem);
-  const bool has_envi_dir = request.envi_dir != nullptr && request.envi_dir[0] != '\0';
-  if (const char *const problem = has_envi_dir ? envi_dir_problem(request.envi_dir) : nullptr)
+  if (!installs_into_envi(request))
+    return nullptr;
+  if (const char *const problem = envi_dir_problem(request.envi_dir))
     return refusal("ENVI directory", request.envi_dir, problem);
   return nullptr;
 }

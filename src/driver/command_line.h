@@ -13,6 +13,9 @@ struct install_request {
   bool local_layout;
 };
 
+// Whether there is an ENVI directory to install into.
+bool installs_into_envi(const install_request &request);
+
 // The arguments of main, of which there is at least a product directory. An ENVI directory or a layout whose
 // text holds "NotOK" counts as not given. The texts stay those of argv.
 install_request read_command_line(int argc, char **argv);

@@ -27,7 +27,7 @@ int install(const install_request &request) {
     return 1;
   }
 
-  if (request.envi_dir != nullptr && request.envi_dir[0] != '\0')
+  if (installs_into_envi(request))
     fkorvInstallEnviExtensions(request.envi_dir, request.product_dir, nullptr,
                                exported_init_directory(request).c_str());
 

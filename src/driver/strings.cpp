@@ -14,7 +14,7 @@ namespace {
 constexpr char CR = '\r';
 constexpr char LF = '\n';
 
-// The block for a followed by b leaves grown paths some slack.
+// The size of the block for a followed by b. Wanted: three bytes more than they and their end need.
 std::size_t block_size(const char *a, const char *b) {
   return std::strlen(a) + std::strlen(b) + 4;
 }

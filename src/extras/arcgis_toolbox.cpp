@@ -22,7 +22,7 @@ struct tools_variable {
 constexpr tools_variable tools_variables[] = {
     {"ENVI60_GPTOOLS", "ENVI60_GPTOOLS", "_6.0"},
     {"ENVI54_GPTOOLS", "ENVI54_GPTOOLS", "_5.4"},
-    // Wanted: the variable of 5.4 guards this row too, so a 5.3 host falls through to the rows below.
+    // Wanted: the variable of 5.4 guards this row too, so that it is never reached.
     {"ENVI54_GPTOOLS", "ENVI53_GPTOOLS", "_5.3"},
     {"ENVI52_GPTOOLS", "ENVI52_GPTOOLS", "_5.2"},
     {"ENVI51_GPTOOLS", "ENVI51_GPTOOLS", "_5.1"},

@@ -37,9 +37,7 @@ owned_string path_in(const char *directory, const char *name) {
 
 void log_directory_choice(const char *directory) {
   const bool found = std::getenv(init_dir_variable) != nullptr;
-  const owned_string label = str_format_new("\n%s%s%s", found ? "FOUND " : "NOT FOUND ", init_dir_variable,
-                                            found ? " = " : " USED = ");
-  log_line(label.get(), directory);
+  log_line(found ? "\nFOUND KORVALEN_INIT_DIR = " : "\nNOT FOUND KORVALEN_INIT_DIR USED = ", directory);
 }
 
 [[noreturn]] void end_with_create_error(const char *path) {

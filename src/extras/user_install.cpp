@@ -13,34 +13,26 @@ namespace korvalen {
 
 namespace {
 
-struct version_marks {
-  bool is_60;
-  bool is_54;
-  bool is_53;
-};
-
-// Wanted: "54" counts only without "60", and "53" counts beside "60" but not beside "54".
-version_marks classify(const char *version) {
-  const bool is_60 = std::strstr(version, "60") != nullptr;
-  const bool is_54 = !is_60 && std::strstr(version, "54") != nullptr;
-  const bool is_53 = !is_54 && std::strstr(version, "53") != nullptr;
-  return {is_60, is_54, is_53};
+bool contains(const char *version, const char *number) {
+  return std::strstr(version, number) != nullptr;
 }
 
 owned_string idl_target(const char *envi_dir, const char *idl_dir, bool is_54) {
   if (idl_dir != nullptr)
     return str_format_new("%s", idl_dir);
   if (is_54)
-    return str_format_new("%s%sidl86", envi_dir, "/");
-  return str_format_new("%s%s..%s..", envi_dir, "/", "/");
+    return str_format_new("%s/idl86", envi_dir);
+  return str_format_new("%s/../..", envi_dir);
 }
 
 } // namespace
 
 int korvalen_install_uninstall_user_add(const char *theEnviDir, const char *theKorvalenDir,
                                         const char *idlDir, bool uninstall, const char *theInExt) {
-  const version_marks marks = classify(theInExt);
-  const bool is_known = marks.is_60 || marks.is_54 || marks.is_53;
+  const bool is_60 = contains(theInExt, "60");
+  // Wanted: "54" counts only without "60".
+  const bool is_54 = !is_60 && contains(theInExt, "54");
+  const bool is_known = is_60 || is_54 || contains(theInExt, "53");
   log_line("theInExt  = ", theInExt);
 
   const owned_string menu_base = str_format_new("%s%s", theEnviDir, is_known ? "/classic" : "");
@@ -55,7 +47,7 @@ int korvalen_install_uninstall_user_add(const char *theEnviDir, const char *theK
   copy_files_in_envi_dir_envi(envi_source.get(), theEnviDir, uninstall);
 
   copy_files_in_envi_dir_idl(extension_source(theKorvalenDir, theInExt, "idl").get(),
-                             idl_target(theEnviDir, idlDir, marks.is_54).get(), uninstall);
+                             idl_target(theEnviDir, idlDir, is_54).get(), uninstall);
   return 1;
 }
 

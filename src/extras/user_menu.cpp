@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <span>
 
 namespace korvalen {
 
@@ -18,8 +17,6 @@ constexpr const char *menu_lines[] = {
     "{plot} {Smooth} {sp_smooth_plot_korvalen} {type=0}",
     "{plot} {Smooth dB} {sp_smooth_plot_db_korvalen} {type=0}",
 };
-
-using text_lines = std::span<char *const>;
 
 struct first_block {
   std::size_t end;    // the lines before this one stay
@@ -42,11 +39,6 @@ first_block find_first_block(text_lines lines) {
     return {end, end};
   // Wanted: with the product's line go the two lines after it, unseen: its second one and the empty one.
   return {end, is_short(*found) ? end + 1 : end + 3};
-}
-
-void write_lines(std::ostream &file, std::span<const char *const> lines) {
-  for (const char *line : lines)
-    file << line << std::endl;
 }
 
 void write_menu(std::ostream &file, text_lines lines, bool uninstall) {

@@ -16,7 +16,7 @@ namespace korvalen {
 
 namespace {
 
-// A look-up that failed for a moment finds nothing free.
+// Whether nothing stands at the path; no when the look-up itself fails.
 bool is_free(const char *path) {
   struct stat status {};
   return lstat(path, &status) != 0 && errno == ENOENT;
@@ -60,6 +60,17 @@ bool copy_completely(const char *path, const char *copy) {
   return false;
 }
 
+// The copy gets its final name when it is complete and on disk.
+bool copy_by_detour(const char *path, const char *unfinished, const char *backup) {
+  // It was created only to see that it can be. The copy creates it anew, with the mode of a new file.
+  if (std::remove(unfinished) != 0 || !copy_completely(path, unfinished))
+    return false;
+  if (std::rename(unfinished, backup) == 0)
+    return true;
+  std::remove(unfinished);
+  return false;
+}
+
 } // namespace
 
 bool has_backup(const char *path, const char *backup) {
@@ -74,22 +85,13 @@ bool keep_original(const char *path, const char *backup, bool record) {
   const owned_string unfinished = str_format_new("%s.new", backup);
   if (is_same_file(path, unfinished.get()))
     return false;
-  // The temporary name is created only to see that it can be. The copy creates it anew, with the mode of a
-  // new file.
   std::remove(unfinished.get());
-  const bool has_detour = create_empty(unfinished.get());
-  if (has_detour && std::remove(unfinished.get()) != 0)
-    return false;
   // A plain copy would be written through a link, perhaps into the original.
-  if (!has_detour && !is_free(backup))
+  const bool kept = create_empty(unfinished.get()) ? copy_by_detour(path, unfinished.get(), backup)
+                                                   : is_free(backup) && copy_completely(path, backup);
+  if (!kept)
     return false;
 
-  if (!copy_completely(path, has_detour ? unfinished.get() : backup))
-    return false;
-  if (has_detour && std::rename(unfinished.get(), backup) != 0) {
-    std::remove(unfinished.get());
-    return false;
-  }
   const owned_string directory = str_format_new("%s", backup);
   flush_to_disk(dirname(directory.get()));
   if (record)

@@ -46,8 +46,8 @@ void write_target(open_file source_file, const char *source, const char *target)
     log_failure("WRITE IN  FILE ERROR : ", target);
     return true;
   });
+  // It is closed before the target is.
   source_file.reset();
-  target_file.reset();
 }
 
 } // namespace

@@ -58,4 +58,9 @@ line_array fdfReadLines(const char *path, std::int32_t *count) {
   return exists ? line_array_of(lines) : nullptr;
 }
 
+void write_lines(std::ostream &file, std::span<const char *const> lines) {
+  for (const char *line : lines)
+    file << line << std::endl;
+}
+
 } // namespace korvalen

@@ -3,6 +3,9 @@
 
 #include "driver/strings.h"
 
+#include <iosfwd>
+#include <span>
+
 namespace korvalen {
 
 // Whether anything stands at the path, of whatever kind; a symbolic link counts as its target.
@@ -20,5 +23,11 @@ bool is_same_file(const char *path, const char *other_path);
 // Null only when nothing stands at the path; a file that cannot be read gives an array without lines.
 // The number of lines goes through `count` unless that is null.
 line_array fdfReadLines(const char *path, std::int32_t *count);
+
+// The lines of an array, whose owner keeps them.
+using text_lines = std::span<char *const>;
+
+// Writes each line with a line end, and flushes after each.
+void write_lines(std::ostream &file, std::span<const char *const> lines);
 
 } // namespace korvalen

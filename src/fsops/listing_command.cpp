@@ -33,8 +33,8 @@ void append_quoted(std::string &command, char byte) {
     command.append({'\'', byte, '\''});
 }
 
-// What `ls` would take for an option, as the names may that a leading wildcard stands for, and what the shell
-// would take for the number of a file descriptor.
+// A pattern that begins with "-" would be an option of `ls`, and so might be what a leading wildcard matches.
+// Digits alone before ">" would be the number of a file descriptor.
 bool needs_directory(std::string_view pattern) {
   if (pattern.empty())
     return false;

@@ -17,14 +17,15 @@ constexpr const char *version_tag = "_54";
 constexpr const char *envi_scripts[] = {"envi", "envi_rt", "envitaskengine"};
 constexpr const char *idl_scripts[] = {"idl", "idlde"};
 
-owned_string without_trailing_slash(const char *directory) {
+// The root keeps its slash.
+owned_string trimmed(const char *directory) {
   owned_string copy = str_format_new("%s", directory);
   str_remove_suffix(copy.get(), "/");
   return copy;
 }
 
 owned_string script_path(const char *base_dir, const char *script) {
-  return str_format_new("%s%sbin%s%s", base_dir, "/", "/", script);
+  return str_format_new("%s/bin/%s", base_dir, script);
 }
 
 void print_progress(const char *text) {
@@ -53,8 +54,8 @@ int fkorvInstallEnviExtensions(const char *envi_dir, const char *product_dir, co
                                const char *init_dir) {
   print_progress("\n   Installing ENVI extensions... ");
   if (envi_dir != nullptr && envi_dir[0] != '\0') {
-    const owned_string envi = without_trailing_slash(envi_dir);
-    const owned_string product = without_trailing_slash(product_dir);
+    const owned_string envi = trimmed(envi_dir);
+    const owned_string product = trimmed(product_dir);
     if (!install_into(envi.get(), product.get(), init_dir))
       return 0;
   }

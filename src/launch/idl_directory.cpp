@@ -15,7 +15,7 @@ constexpr int last_minor = 19;
 owned_string find_idl_directory(const char *envi_dir) {
   for (int major = first_major; major <= last_major; ++major)
     for (int minor = 0; minor <= last_minor; ++minor) {
-      owned_string candidate = str_format_new("%s%sidl%d%d", envi_dir, "/", major, minor);
+      owned_string candidate = str_format_new("%s/idl%d%d", envi_dir, major, minor);
       if (fdfExistsQuiet(candidate.get()))
         return candidate;
     }

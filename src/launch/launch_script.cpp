@@ -6,10 +6,11 @@
 #include "fsops/file_queries.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <initializer_list>
+#include <span>
 
 namespace korvalen {
 
@@ -18,25 +19,25 @@ namespace {
 constexpr const char *variable = "KORVALEN_INIT_DIR";
 
 struct script_text {
-  line_array lines;
-  std::int32_t count = 0;
+  line_array array;
+  text_lines lines;
 };
 
 // The block takes the place of the lines from `first` up to but not including `resume`.
 struct block_place {
-  std::int32_t first;
-  std::int32_t resume;
+  std::size_t first;
+  std::size_t resume;
 };
 
 bool contains(const char *line, const char *text) {
   return std::strstr(line, text) != nullptr;
 }
 
-std::int32_t find_line(const script_text &script, const char *text) {
-  for (std::int32_t i = 0; i < script.count; ++i)
-    if (contains(script.lines[static_cast<std::size_t>(i)], text))
-      return i;
-  return -1;
+// The first line that holds the text, or the number of lines.
+std::size_t find_line(text_lines lines, const char *text) {
+  const auto found =
+      std::find_if(lines.begin(), lines.end(), [text](const char *line) { return contains(line, text); });
+  return static_cast<std::size_t>(found - lines.begin());
 }
 
 // False when there is neither a script nor a backup of it.
@@ -55,43 +56,41 @@ script_text restore(const char *script, const char *backup) {
   if (!has_backup(script, backup))
     return text;
   fdfCopyFile(backup, script, 0, false);
-  text.lines = fdfReadLines(script, &text.count);
+  std::int32_t count = 0;
+  text.array = fdfReadLines(script, &count);
+  text.lines = text_lines(text.array.get(), static_cast<std::size_t>(count));
   return text;
 }
 
 // An earlier block is replaced; otherwise the place is before the first line that holds the anchor, or the
 // top.
-block_place find_place(const script_text &script, const char *anchor, std::int32_t block_length) {
-  const std::int32_t earlier_block = find_line(script, variable);
-  if (earlier_block >= 0)
+block_place find_place(text_lines lines, const char *anchor, std::size_t block_length) {
+  const std::size_t earlier_block = find_line(lines, variable);
+  if (earlier_block < lines.size())
     return {earlier_block, earlier_block + block_length};
-  const std::int32_t top_or_anchor = std::max(find_line(script, anchor), 0);
-  return {top_or_anchor, top_or_anchor};
+  const std::size_t anchor_line = find_line(lines, anchor);
+  const std::size_t place = anchor_line < lines.size() ? anchor_line : 0;
+  return {place, place};
 }
 
 // Wanted: with an earlier block, the last line that holds both texts moves the end of what is dropped, which
 // may then lie before the end of that block.
-block_place find_envi_place(const script_text &script) {
-  block_place place = find_place(script, "if [", 5);
+block_place find_envi_place(text_lines lines, std::size_t block_length) {
+  block_place place = find_place(lines, "if [", block_length);
   if (place.resume == place.first)
     return place;
-  for (std::int32_t i = place.first; i < script.count; ++i) {
-    const char *const line = script.lines[static_cast<std::size_t>(i)];
-    if (contains(line, "LD_LIBRARY_PATH") && contains(line, "exe_envi"))
+  for (std::size_t i = place.first; i < lines.size(); ++i)
+    if (contains(lines[i], "LD_LIBRARY_PATH") && contains(lines[i], "exe_envi"))
       place.resume = i + 3;
-  }
   return place;
 }
 
-void write_patched(const char *path, const script_text &script, block_place place,
-                   std::initializer_list<const char *> block) {
+void write_patched(const char *path, text_lines lines, block_place place,
+                   std::span<const char *const> block) {
   std::ofstream file(path);
-  for (std::int32_t i = 0; i < place.first; ++i)
-    file << script.lines[static_cast<std::size_t>(i)] << std::endl;
-  for (const char *line : block)
-    file << line << std::endl;
-  for (std::int32_t i = place.resume; i < script.count; ++i)
-    file << script.lines[static_cast<std::size_t>(i)] << std::endl;
+  write_lines(file, lines.first(place.first));
+  write_lines(file, block);
+  write_lines(file, lines.subspan(std::min(place.resume, lines.size())));
 }
 
 owned_string assignment(const char *product_dir, const char *init_dir) {
@@ -102,24 +101,24 @@ owned_string assignment(const char *product_dir, const char *init_dir) {
 
 int fkorvPatchEnviScript(const char *script, const char *product_dir, const char *init_dir) {
   const owned_string backup = str_concat_new(script, "_original");
-  const bool known = ensure_backup(script, backup.get());
-  if (!known)
+  const bool is_missing = !ensure_backup(script, backup.get());
+  if (is_missing)
     std::printf("WRONG envi script 1 : %s\n", script);
   fdfSleep(1.0);
 
   const script_text text = restore(script, backup.get());
-  if (text.count < 1) {
+  if (text.lines.empty()) {
     std::printf("WRONG size envi script 2 :: %s\n", script);
     // Only a missing script is created. The second look keeps one whose look-up failed for a moment.
-    if (known || fdfExists(script))
+    if (!is_missing || fdfExists(script))
       return 0;
   }
 
   const owned_string value = assignment(product_dir, init_dir);
   const owned_string value_line = str_format_new("   %s", value.get());
-  write_patched(script, text, find_envi_place(text),
-                {R"(if [ "$KORVALEN_INIT_DIR" = "" ]; then)", value_line.get(), "   export KORVALEN_INIT_DIR",
-                 "fi", ""});
+  const std::array<const char *, 5> block = {R"(if [ "$KORVALEN_INIT_DIR" = "" ]; then)", value_line.get(),
+                                             "   export KORVALEN_INIT_DIR", "fi", ""};
+  write_patched(script, text.lines, find_envi_place(text.lines, block.size()), block);
   return 1;
 }
 
@@ -131,15 +130,15 @@ int fkorvPatchIdlScript(const char *script, const char *product_dir, const char 
   }
 
   const script_text text = restore(script, backup.get());
-  if (text.count < 1) {
+  if (text.lines.empty()) {
     // Wanted: the message names ENVI although the script is IDL's.
     std::printf("WRONG size envi script 4 : %s\n", script);
     return 0;
   }
 
   const owned_string value_line = assignment(product_dir, init_dir);
-  write_patched(script, text, find_place(text, "INSTALL_DIR=", 3),
-                {value_line.get(), "export KORVALEN_INIT_DIR", ""});
+  const std::array<const char *, 3> block = {value_line.get(), "export KORVALEN_INIT_DIR", ""};
+  write_patched(script, text.lines, find_place(text.lines, "INSTALL_DIR=", block.size()), block);
   return 1;
 }
 

@@ -30,7 +30,7 @@ struct DirectoryStep : support::recording_test {
 TEST_F(DirectoryStep, DeletesMakesTheDirectoryAndCopiesInThisOrder) {
   run({.source = "from",
        .target = "deep/to",
-       .probe = source_probe::on_install,
+       .core_file = core_file_removal::on_install,
        .stale_on_install = {delete_file_in_save, on_install},
        .stale_on_uninstall = {delete_file_in_save, on_uninstall},
        .logs_creation = true},
@@ -53,7 +53,7 @@ TEST_F(DirectoryStep, DeletesMakesTheDirectoryAndCopiesInThisOrder) {
 TEST_F(DirectoryStep, OnlyDeletesWhenUninstalling) {
   run({.source = "from",
        .target = "save",
-       .probe = source_probe::on_install,
+       .core_file = core_file_removal::on_install,
        .stale_on_install = {delete_file_in_save, on_install},
        .stale_on_uninstall = {delete_file_in_save, on_uninstall},
        .logs_creation = true},
@@ -74,7 +74,7 @@ TEST_F(DirectoryStep, WithAnUnconditionalProbeRemovesTheCoreFileFromTheSourceInB
   for (const bool mode : {install, uninstall}) {
     write_file(path("source/from/quorin_core.sav"), "core");
     forget_log();
-    run({.source = "from", .target = "to", .probe = source_probe::always}, mode);
+    run({.source = "from", .target = "to", .core_file = core_file_removal::always}, mode);
     EXPECT_EQ(logged().substr(0, logged().find('\n') + 1), "Delete  ~/source/from/quorin_core.sav\n");
     EXPECT_EQ(file_names(snapshot(path("source"))), "from/new.sav\n");
   }

@@ -7,7 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cerrno>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -133,6 +135,13 @@ TEST_F(FileQueries, AreNullWithCountZeroForAMissingFile) {
   EXPECT_EQ(fdfReadLines("missing", &count), nullptr);
   EXPECT_EQ(count, 0);
   EXPECT_EQ(fdfReadLines("missing", nullptr), nullptr);
+}
+
+TEST_F(FileQueries, WriteEachLineWithALineEnd) {
+  std::ostringstream file;
+  constexpr std::array lines = {"first", "", "last"};
+  write_lines(file, lines);
+  EXPECT_EQ(file.str(), "first\n\nlast\n");
 }
 
 TEST_F(FileQueries, NeedNoCount) {
