@@ -23,9 +23,8 @@ open_file open_target(const char *path);
 
 // Copies what the source still holds, in writes of 4,096 bytes and the rest in a last one. When fewer bytes
 // are written than asked, `goes_on_after_short_write` is called with the reason in errno and says whether the
-// next block is to follow. A read that yields nothing ends the copy,
-// at the end of the source and for an error alike. errno is 0 before the
-// first read and before every write. False when a short write ended the copy.
+// next block is to follow. A read that yields nothing ends the copy, at the end of the source and for an
+// error alike. errno is 0 before the first read and before every write. False when a short write ended it.
 bool copy_blocks(std::FILE *source, std::FILE *target,
                  const std::function<bool()> &goes_on_after_short_write);
 

@@ -17,8 +17,8 @@ bool fdfRemoveDir(const char *path);
 
 // The bare names of what matches a path whose last component may hold the shell's wildcards * ? [ ]. Every
 // other byte means itself. Their number goes through `count`. Leaves the listing in the temporary file. What
-// `ls` says of a matching directory is its contents. Null, and nothing through `count`, when there is no
-// temporary file or an old one stays in its place; no lines when a directory does. Standard error tells.
+// `ls` says of a matching directory is its contents. Null, with `count` untouched and a message on standard
+// error, when the listing cannot be made; an array without lines when a directory stands in its place.
 line_array fdfDirFiles(const char *pattern, std::int32_t *count);
 
 // Copies every entry of the source directory that matches the pattern into the target directory, which is

@@ -2,10 +2,10 @@
 //
 // A pristine copy stands beside the script, under the script's path followed by "_original". It is made once,
 // never changed and never removed (only a link to the script itself gives way to it), and every patch starts
-// from it: patching again, with another value too,
-// replaces the earlier block. The value is the init directory, or the product directory when init_dir is
-// null. Messages go to standard output. The process ends as fdfCopyFile does when a script or its copy cannot
-// be created. Nothing is recorded in the uninstall script.
+// from it: patching again, with another value too, replaces the earlier block. The value is the init
+// directory, or the product directory when init_dir is null. Messages go to standard output. The process ends
+// as fdfCopyFile does when a script or its copy cannot be created. Nothing is recorded in the uninstall
+// script.
 #pragma once
 
 namespace korvalen {
