@@ -7,7 +7,7 @@
 
 namespace {
 
-long stride = 37;
+long stride = 53;
 
 const faults::scenario first_installation = {
     "a first installation", {"/mnt/opt/product", "/mnt/opt/envi54", "local"}, "opt/korvalen_uninstall.sh"};
