@@ -10,7 +10,7 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
 
 install(TARGETS korvalen_installer RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS korvalen_install EXPORT KorvalenInstallTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY src/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/korvalen_install FILES_MATCHING PATTERN "*.h")
+install(DIRECTORY src/korvalen DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 
 # The library is packed without the debug symbols that the executable's symbol file holds.
 if(KORVALEN_STATIC)

@@ -8,10 +8,10 @@
 //   cmake -S . -B build && cmake --build build
 //   g++ per_user_install.cpp $(pkg-config --cflags --libs korvalen-install)
 
-#include "driver/install_log.h"
-#include "driver/uninstall_script.h"
-#include "extras/user_install.h"
-#include "fsops/directories.h"
+#include "korvalen/envi/user_install.h"
+#include "korvalen/files/directories.h"
+#include "korvalen/records/install_log.h"
+#include "korvalen/records/uninstall_script.h"
 
 #include <cstdio>
 #include <filesystem>

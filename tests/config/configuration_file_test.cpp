@@ -1,6 +1,6 @@
-#include "config/configuration_file.h"
+#include "korvalen/config/configuration_file.h"
 
-#include "driver/uninstall_script.h"
+#include "korvalen/records/uninstall_script.h"
 #include "support/library.h"
 #include "support/recording.h"
 #include "support/surroundings.h"

@@ -1,4 +1,4 @@
-#include "config/configuration_lines.h"
+#include "korvalen/config/configuration_lines.h"
 
 #include <gtest/gtest.h>
 

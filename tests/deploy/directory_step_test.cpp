@@ -1,4 +1,4 @@
-#include "deploy/directory_step.h"
+#include "korvalen/deploy/directory_step.h"
 
 #include "support/recording.h"
 

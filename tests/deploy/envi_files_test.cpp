@@ -1,4 +1,4 @@
-#include "deploy/envi_files.h"
+#include "korvalen/deploy/envi_files.h"
 
 #include "support/child.h"
 #include "support/recording.h"

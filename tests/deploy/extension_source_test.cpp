@@ -1,4 +1,4 @@
-#include "deploy/extension_source.h"
+#include "korvalen/deploy/extension_source.h"
 
 #include <gtest/gtest.h>
 

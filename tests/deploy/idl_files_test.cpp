@@ -1,4 +1,4 @@
-#include "deploy/idl_files.h"
+#include "korvalen/deploy/idl_files.h"
 
 #include "support/child.h"
 #include "support/recording.h"

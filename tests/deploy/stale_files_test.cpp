@@ -1,6 +1,6 @@
-#include "deploy/stale_files.h"
+#include "korvalen/deploy/stale_files.h"
 
-#include "driver/install_log.h"
+#include "korvalen/records/install_log.h"
 #include "support/child.h"
 #include "support/recording.h"
 #include "support/surroundings.h"

@@ -2,7 +2,7 @@
 
 #include "fuzz.h"
 
-#include "extras/configuration_lookup.h"
+#include "korvalen/config/configuration_lookup.h"
 
 #include <algorithm>
 #include <limits>

@@ -2,7 +2,7 @@
 
 #include "launch_script_check.h"
 
-#include "launch/launch_script.h"
+#include "korvalen/patch/launch_script.h"
 
 void fuzz::check(std::string_view input) {
   const auto block = [](const std::string &value) -> std::vector<std::string> {

@@ -4,7 +4,7 @@
 #include "fuzz.h"
 #include "support/files.h"
 
-#include "fsops/file_queries.h"
+#include "korvalen/files/text_lines.h"
 
 using namespace korvalen;
 

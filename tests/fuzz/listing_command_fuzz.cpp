@@ -5,7 +5,7 @@
 #include "fuzz.h"
 #include "support/files.h"
 
-#include "fsops/listing_command.h"
+#include "korvalen/files/listing_command.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -3,7 +3,7 @@
 
 #include "fuzz.h"
 
-#include "driver/strings.h"
+#include "korvalen/text/strings.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include "fuzz.h"
 
-#include "extras/text_utilities.h"
+#include "korvalen/text/text_utilities.h"
 
 using namespace korvalen;
 

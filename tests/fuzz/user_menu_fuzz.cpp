@@ -3,7 +3,7 @@
 #include "fuzz.h"
 #include "support/files.h"
 
-#include "extras/user_menu.h"
+#include "korvalen/patch/user_menu.h"
 
 #include <algorithm>
 

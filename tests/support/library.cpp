@@ -1,6 +1,6 @@
 #include "support/library.h"
 
-#include "driver/install_log.h"
+#include "korvalen/records/install_log.h"
 
 #include <stdexcept>
 #include <utility>

@@ -1,7 +1,7 @@
 // A log that watches the library, and what the library returns made comparable.
 #pragma once
 
-#include "driver/strings.h"
+#include "korvalen/text/strings.h"
 
 #include <functional>
 #include <ostream>

@@ -1,6 +1,6 @@
 #include "support/recording.h"
 
-#include "driver/uninstall_script.h"
+#include "korvalen/records/uninstall_script.h"
 
 namespace support {
 

@@ -1,0 +1,297 @@
+#include "installer/command_line.h"
+
+#include "support/files.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using namespace korvalen;
+
+namespace {
+
+// The arguments of a main, and what is read from them.
+struct command_line {
+  std::vector<std::string> texts;
+  std::vector<char *> argv;
+  install_request request{};
+
+  explicit command_line(std::vector<std::string> arguments) : texts(std::move(arguments)) {
+    texts.insert(texts.begin(), "korvalen_installer");
+    for (std::string &text : texts)
+      argv.push_back(text.data());
+    request = read_command_line(static_cast<int>(argv.size()), argv.data());
+  }
+  command_line(const command_line &) = delete;
+  command_line &operator=(const command_line &) = delete;
+};
+
+std::string script_path(const std::vector<std::string> &arguments) {
+  return uninstall_script_path(command_line(arguments).request).get();
+}
+
+std::string init_dir(const std::vector<std::string> &arguments) {
+  return init_directory(command_line(arguments).request);
+}
+
+// Empty when the arguments are not refused.
+std::string refusal(const std::vector<std::string> &arguments) {
+  const owned_string text = find_refusal(command_line(arguments).request);
+  return text ? text.get() : "";
+}
+
+std::string product_refusal(const std::string &text, const std::string &reason) {
+  return "korvalen_installer: product directory \"" + text + "\" refused: " + reason;
+}
+
+std::string envi_refusal(const std::string &text, const std::string &reason) {
+  return "korvalen_installer: ENVI directory \"" + text + "\" refused: " + reason;
+}
+
+// A path of exactly this many bytes, in components of at most 200.
+std::string path_of(std::size_t bytes) {
+  std::string path;
+  for (std::size_t i = 0; i < bytes; ++i)
+    path += i % 200 == 0 && i + 1 < bytes ? '/' : 'd';
+  return path;
+}
+
+std::string path_with(int components) {
+  std::string path;
+  for (int i = 0; i < components; ++i)
+    path += "/d";
+  return path;
+}
+
+constexpr const char *empty = "it is empty";
+constexpr const char *dash = "it begins with \"-\"";
+constexpr const char *control = "it holds a control character";
+constexpr const char *shell = "it holds a character that a shell acts on";
+constexpr const char *script = "the path of its uninstall script is too long";
+constexpr const char *too_long = "it is longer than 1,000 bytes or deeper than 100 directories";
+constexpr const char *too_long_below =
+    "directories below it would be longer than 1,000 bytes or deeper than 100 directories";
+
+class CommandLineInScratch : public support::scratch_test {};
+
+} // namespace
+
+TEST(CommandLine, HasAProductDirectoryAloneInTheSystemLayout) {
+  const command_line line({"/opt/k"});
+  EXPECT_EQ(line.request.product_dir, line.argv[1]);
+  EXPECT_EQ(line.request.envi_dir, nullptr);
+  EXPECT_FALSE(line.request.local_layout);
+}
+
+TEST(CommandLine, NeverTestsTheProductDirectoryForNotOK) {
+  const command_line line({"/opt/NotOK"});
+  EXPECT_STREQ(line.request.product_dir, "/opt/NotOK");
+  EXPECT_EQ(refusal({"/opt/NotOK"}), "");
+}
+
+TEST(CommandLine, TakesAnEnviDirectoryUnlessItHoldsNotOK) {
+  struct row {
+    const char *argument;
+    bool given;
+  };
+  constexpr row rows[] = {
+      {"/opt/envi", true}, {"NotOK", false},          {"/opt/NotOK/envi", false},
+      {"xNotOKx", false},  {"/opt/notok/envi", true}, {"Not OK", true},
+      {"NotO", true},
+  };
+  for (const row &r : rows) {
+    const command_line line({"/opt/k", r.argument});
+    EXPECT_EQ(line.request.envi_dir, r.given ? line.argv[2] : nullptr) << r.argument;
+  }
+}
+
+TEST(CommandLine, TakesAnEmptyEnviDirectoryAsPresent) {
+  const command_line line({"/opt/k", ""});
+  EXPECT_STREQ(line.request.envi_dir, "");
+  EXPECT_EQ(refusal({"/opt/k", ""}), "");
+}
+
+TEST(CommandLine, ChoosesTheLocalLayoutByAnyThirdArgumentWithoutNotOK) {
+  struct row {
+    const char *argument;
+    bool local;
+  };
+  constexpr row rows[] = {{"x", true}, {"", true}, {"notok", true}, {"NotOK", false}, {"aNotOKb", false}};
+  for (const row &r : rows)
+    EXPECT_EQ(command_line({"/opt/k", "/opt/envi", r.argument}).request.local_layout, r.local) << r.argument;
+}
+
+TEST(CommandLine, ChoosesTheLocalLayoutAlsoWhenTheEnviDirectoryIsNotGiven) {
+  const command_line line({"/opt/k", "NotOK", "x"});
+  EXPECT_EQ(line.request.envi_dir, nullptr);
+  EXPECT_TRUE(line.request.local_layout);
+}
+
+TEST(CommandLine, IgnoresAFourthArgument) {
+  const command_line line({"/opt/k", "/opt/envi", "NotOK", "x"});
+  EXPECT_FALSE(line.request.local_layout);
+  EXPECT_EQ(refusal({"/opt/k", "/opt/envi", "NotOK", ";"}), "");
+}
+
+TEST(UninstallScriptPath, LiesInTheSystemsDirectoryInTheSystemLayout) {
+  EXPECT_EQ(script_path({"/opt/k"}), "/etc/quorin/korvalen_uninstall.sh");
+  EXPECT_EQ(script_path({"/opt/k", "/opt/envi", "NotOK"}), "/etc/quorin/korvalen_uninstall.sh");
+}
+
+TEST(UninstallScriptPath, LiesInTheProductsParentInTheLocalLayout) {
+  EXPECT_EQ(script_path({"/opt/k", "NotOK", "x"}), "/opt/k/..//korvalen_uninstall.sh");
+  EXPECT_EQ(script_path({"/opt/k/", "NotOK", "x"}), "/opt/k/..//korvalen_uninstall.sh");
+  EXPECT_EQ(script_path({"/opt/k//", "NotOK", "x"}), "/opt/k//..//korvalen_uninstall.sh");
+  EXPECT_EQ(script_path({"/", "NotOK", "x"}), "/..//korvalen_uninstall.sh");
+}
+
+TEST(InitDirectory, IsTheSystemsOrTheProductDirectoryAsGiven) {
+  EXPECT_EQ(init_dir({"/opt/k"}), "/etc/quorin");
+  EXPECT_EQ(init_dir({"/opt/k", "/opt/envi", "NotOK"}), "/etc/quorin");
+  EXPECT_EQ(init_dir({"/opt/k", "/opt/envi", "x"}), "/opt/k");
+  EXPECT_EQ(init_dir({"/opt/k/", "/opt/envi", "x"}), "/opt/k/");
+}
+
+TEST(InitDirectory, IsExportedWithoutOneTrailingSlash) {
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k/", "/e"}).request), "/etc/quorin");
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k", "/e", "x"}).request), "/opt/k");
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k/", "/e", "x"}).request), "/opt/k");
+  EXPECT_EQ(exported_init_directory(command_line({"/opt/k//", "/e", "x"}).request), "/opt/k/");
+  EXPECT_EQ(exported_init_directory(command_line({"/", "/e", "x"}).request), "");
+}
+
+TEST(Refusal, IsNotMadeOfOrdinaryArguments) {
+  EXPECT_EQ(refusal({"/opt/k"}), "");
+  EXPECT_EQ(refusal({"opt/k", "opt/envi", "x"}), "");
+  EXPECT_EQ(refusal({"/opt/k/", "/opt/envi/", "x"}), "");
+}
+
+TEST(Refusal, AllowsBlanksBytesBeyondAsciiAndWhatNoShellActsOn) {
+  for (const char *const text : {"/opt/my product", " ", "/opt/k-1", "/opt/\xc3\xa9t\xc3\xa9",
+                                 "/opt/\xff\x80", "/opt/#~!%^{}],.:=@+_"})
+    EXPECT_EQ(refusal({text, text, "x"}), "") << text;
+}
+
+TEST(Refusal, NamesAnEmptyProductDirectory) {
+  EXPECT_EQ(refusal({""}), product_refusal("", empty));
+  EXPECT_EQ(refusal({"", "/opt/envi", "x"}), product_refusal("", empty));
+}
+
+TEST(Refusal, NamesADirectoryThatBeginsWithADash) {
+  for (const char *const text : {"--help", "-", "-k"}) {
+    EXPECT_EQ(refusal({text}), product_refusal(text, dash));
+    EXPECT_EQ(refusal({"/opt/k", text}), envi_refusal(text, dash));
+  }
+}
+
+TEST(Refusal, NamesADirectoryThatHoldsACharacterThatAShellActsOn) {
+  constexpr std::string_view refused = ";&|<>()$\\\"'*?[`";
+  for (const char character : refused) {
+    for (const std::string &text : {std::string("/opt/a") + character + "b", std::string(1, character)}) {
+      EXPECT_EQ(refusal({text}), product_refusal(text, shell));
+      EXPECT_EQ(refusal({"/opt/k", text}), envi_refusal(text, shell));
+    }
+  }
+}
+
+TEST(Refusal, NamesADirectoryThatHoldsAControlCharacterInOneLine) {
+  std::string controls = "\x7f";
+  for (char character = '\1'; character < ' '; ++character)
+    controls += character;
+  for (const char character : controls) {
+    const std::string text = std::string("/opt/a") + character + "b";
+    EXPECT_EQ(refusal({text}), product_refusal("/opt/a?b", control)) << static_cast<int>(character);
+    EXPECT_EQ(refusal({"/opt/k", text}), envi_refusal("/opt/a?b", control)) << static_cast<int>(character);
+  }
+}
+
+TEST(Refusal, NamesTheProductDirectoryFirst) {
+  EXPECT_EQ(refusal({"-k", "-e"}), product_refusal("-k", dash));
+}
+
+TEST(Refusal, DoesNotTestAnEnviDirectoryThatIsNotUsed) {
+  for (const std::string &unused :
+       {std::string("-NotOK"), std::string("/opt;NotOK"), std::string("NotOK\n"), "NotOK" + path_of(1001)})
+    EXPECT_EQ(refusal({"/opt/k", unused}), "");
+}
+
+TEST(Refusal, DoesNotTestTheLayout) {
+  EXPECT_EQ(refusal({"/opt/k", "/opt/envi", "-;\n"}), "");
+}
+
+TEST(Refusal, NamesAProductDirectoryOfMoreThanThousandBytesThatTheRunWouldMake) {
+  EXPECT_EQ(refusal({path_of(1000), "NotOK", "x"}), "");
+  EXPECT_EQ(refusal({path_of(1000) + "/", "NotOK", "x"}), "");
+  EXPECT_EQ(refusal({path_of(1001), "NotOK", "x"}), product_refusal(path_of(1001), too_long));
+}
+
+TEST(Refusal, NamesAProductDirectoryOfMoreThanHundredComponentsThatTheRunWouldMake) {
+  EXPECT_EQ(refusal({path_with(100), "NotOK", "x"}), "");
+  EXPECT_EQ(refusal({path_with(100) + "//", "NotOK", "x"}), "");
+  EXPECT_EQ(refusal({path_with(101), "NotOK", "x"}), product_refusal(path_with(101), too_long));
+  EXPECT_EQ(refusal({path_with(101).substr(1), "NotOK", "x"}),
+            product_refusal(path_with(101).substr(1), too_long));
+}
+
+TEST(Refusal, AllowsAnyProductDirectoryThatTheRunDoesNotMake) {
+  EXPECT_EQ(refusal({path_of(3500)}), "");
+  EXPECT_EQ(refusal({path_with(101), "NotOK", "NotOK"}), "");
+}
+
+// Only slashes at the end make the script's path that long without a directory that is too long to make.
+TEST(Refusal, NamesAProductDirectoryWhoseUninstallScriptPathDoesNotFit) {
+  const std::string fitting = "/k" + std::string(2972, '/');
+  EXPECT_EQ(script_path({fitting, "NotOK", "x"}).size(), 2999U);
+  EXPECT_EQ(refusal({fitting, "NotOK", "x"}), "");
+  EXPECT_EQ(refusal({fitting + "/", "NotOK", "x"}), product_refusal(fitting + "/", script));
+  EXPECT_EQ(refusal({fitting + "/"}), "");
+}
+
+// "/idl80/help/online_help/Subsystems/Korvalen", of 43 bytes and 5 components, is made below it.
+TEST(Refusal, NamesAnEnviDirectoryOfMoreThanAThousandBytesOrHundredComponents) {
+  EXPECT_EQ(refusal({"/opt/k", path_of(1000)}), "");
+  EXPECT_EQ(refusal({"/opt/k", path_of(1000) + "//"}), "");
+  EXPECT_EQ(refusal({"/opt/k", path_of(1001)}), envi_refusal(path_of(1001), too_long));
+  EXPECT_EQ(refusal({"/opt/k", path_with(100)}), "");
+  EXPECT_EQ(refusal({"/opt/k", path_with(101)}), envi_refusal(path_with(101), too_long));
+}
+
+TEST_F(CommandLineInScratch, RefusesAnEnviDirectoryBelowWhichADirectoryWouldBeTooLong) {
+  const std::string envi = path(path_of(956 - scratch().string().size()).substr(1)) + "e";
+  ASSERT_EQ(envi.size(), 957U);
+  std::filesystem::create_directories(envi + "/idl86");
+  std::filesystem::create_directories(envi + "e/idl86");
+  EXPECT_EQ(refusal({"/opt/k", envi}), "");
+  EXPECT_EQ(refusal({"/opt/k", envi + "/"}), "");
+  EXPECT_EQ(refusal({"/opt/k", envi + "e"}), envi_refusal(envi + "e", too_long_below));
+  EXPECT_EQ(refusal({"/opt/k", envi + "e/"}), envi_refusal(envi + "e/", too_long_below));
+}
+
+TEST_F(CommandLineInScratch, RefusesAnEnviDirectoryBelowWhichADirectoryWouldBeTooDeep) {
+  const std::string above = scratch().string();
+  const auto components = static_cast<int>(std::count(above.begin(), above.end(), '/'));
+  const std::string deep = above + path_with(95 - components);
+  std::filesystem::create_directories(deep + "/idl86");
+  std::filesystem::create_directories(deep + "/d/idl86");
+  EXPECT_EQ(refusal({"/opt/k", deep}), "");
+  EXPECT_EQ(refusal({"/opt/k", deep + "/d"}), envi_refusal(deep + "/d", too_long_below));
+}
+
+TEST_F(CommandLineInScratch, MeasuresBelowTheIdlDirectoryThatIsThere) {
+  const std::string envi = path(path_of(956 - scratch().string().size()).substr(1)) + "e";
+  ASSERT_EQ(envi.size(), 957U);
+  std::filesystem::create_directories(envi + "/idl810");
+  EXPECT_EQ(refusal({"/opt/k", envi}), envi_refusal(envi, too_long_below));
+}
+
+TEST_F(CommandLineInScratch, IsReadWithoutTouchingAnything) {
+  std::filesystem::create_directories("k");
+  std::filesystem::create_directories("envi/idl86");
+  const support::tree before = support::snapshot(scratch());
+  EXPECT_EQ(refusal({path("k"), path("envi"), "x"}), "");
+  EXPECT_EQ(refusal({path("k;"), path("envi"), "x"}), product_refusal(path("k;"), shell));
+  EXPECT_EQ(support::snapshot(scratch()), before);
+}
