@@ -309,6 +309,16 @@ TEST(Sleep, LastsForTheWholeSecondsAndReturnsThem) {
   EXPECT_EQ(fdfSleep(0.0), 0);
 }
 
+TEST(Sleep, ReturnsTheWholeSecondsAtOnceUntilItIsToldToWaitAgain) {
+  int slept = 0;
+  set_install_waits(false);
+  EXPECT_LT(seconds_taken([&] { slept = fdfSleep(3.5); }), 1.0);
+  EXPECT_EQ(slept, 3);
+  set_install_waits(true);
+  EXPECT_GE(seconds_taken([&] { slept = fdfSleep(1.0); }), 1.0);
+  EXPECT_EQ(slept, 1);
+}
+
 TEST(Sleep, GoesOnAfterASignalForTheWholeSecondsThatAreLeft) {
   void (*const previous)(int) = std::signal(SIGALRM, [](int) {});
   const itimerval after_half_a_second{{0, 0}, {0, 500'000}};

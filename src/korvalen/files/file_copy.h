@@ -19,4 +19,8 @@ bool fdfCopyFile(const char *source, const char *target, int unused, bool record
 // meanwhile may take less than a second off.
 int fdfSleep(double seconds);
 
+// Whether fdfSleep waits at all, in the whole process. It does unless told otherwise, and returns the same
+// either way: only what rehearses an installation tells it not to.
+void set_install_waits(bool waits);
+
 } // namespace korvalen
