@@ -54,6 +54,8 @@ constexpr call_kind file_calls[] = {
     {SYS_fstat, "fstat", subject::descriptor, 0},
     {SYS_newfstatat, "newfstatat", subject::path_below_descriptor, 1},
     {SYS_statx, "statx", subject::path_below_descriptor, 1},
+    {SYS_readlink, "readlink", subject::path, 0},
+    {SYS_readlinkat, "readlinkat", subject::path, 1},
     {SYS_access, "access", subject::path, 0},
     {SYS_faccessat, "faccessat", subject::path, 1},
     {SYS_faccessat2, "faccessat2", subject::path, 1},

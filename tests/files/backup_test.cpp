@@ -181,6 +181,52 @@ TEST_F(Backup, RemovesALeftoverLinkFirstAndLeavesItsTargetAlone) {
   EXPECT_EQ(names(), "envi\nenvi_original\nforeign\n");
 }
 
+TEST_F(Backup, RemovesALeftoverLinkToTheOriginalFirst) {
+  for (const std::string &target : {std::string("envi"), path("envi")}) {
+    std::filesystem::remove("envi_original");
+    std::filesystem::create_symlink(target, "envi_original.new");
+    EXPECT_TRUE(keep_original("envi", "envi_original", false)) << target;
+    EXPECT_FALSE(std::filesystem::is_symlink("envi_original")) << target;
+    EXPECT_EQ(read_file("envi_original"), "#!/bin/sh\nexec idl\n") << target;
+    EXPECT_EQ(read_file("envi"), "#!/bin/sh\nexec idl\n") << target;
+  }
+  EXPECT_EQ(mode_of("envi"), 0755U);
+  EXPECT_EQ(names(), "envi\nenvi_original\n");
+}
+
+TEST_F(Backup, RemovesALeftoverThatIsASecondNameOfTheOriginalFirst) {
+  std::filesystem::create_hard_link("envi", "envi_original.new");
+  EXPECT_TRUE(keep_original("envi", "envi_original", true));
+  EXPECT_EQ(read_file("envi_original"), "#!/bin/sh\nexec idl\n");
+  EXPECT_FALSE(std::filesystem::equivalent("envi", "envi_original"));
+  EXPECT_EQ(read_file("envi"), "#!/bin/sh\nexec idl\n");
+  EXPECT_EQ(mode_of("envi"), 0755U);
+  EXPECT_EQ(recorded(), "rm envi_original\n");
+  EXPECT_EQ(names(), "envi\nenvi_original\n");
+}
+
+// "linked" leads to "real", where the same names stand without being links.
+TEST_F(Backup, RemovesALeftoverLinkToAnOriginalThatIsReachedThroughALinkedDirectory) {
+  write_file("real/envi", "real");
+  std::filesystem::create_symlink("real", "linked");
+  std::filesystem::create_symlink(path("linked/envi"), "real/envi_original.new");
+  EXPECT_TRUE(keep_original("linked/envi", "real/envi_original", false));
+  EXPECT_FALSE(std::filesystem::is_symlink("real/envi_original"));
+  EXPECT_EQ(read_file("real/envi_original"), "real");
+  EXPECT_EQ(read_file("real/envi"), "real");
+  EXPECT_FALSE(std::filesystem::is_symlink("real/envi_original.new"));
+}
+
+TEST_F(Backup, RemovesALeftoverWhenTheOriginalEndsAtThatNameInAnotherDirectory) {
+  write_file("store/script_original.new", "original");
+  std::filesystem::create_symlink("store/script_original.new", "script");
+  std::filesystem::create_symlink("script", "script_original.new");
+  EXPECT_TRUE(keep_original("script", "script_original", false));
+  EXPECT_EQ(read_file("script_original"), "original");
+  EXPECT_EQ(read_file("store/script_original.new"), "original");
+  EXPECT_EQ(names(), "envi\nscript\nscript_original\nstore/script_original.new\n");
+}
+
 TEST_F(Backup, IsAPlainCopyWhenItsTemporaryNameIsTaken) {
   write_file("envi_original.new/somebodys", "work");
   EXPECT_TRUE(keep_original("envi", "envi_original", true));
@@ -204,6 +250,52 @@ TEST_F(Backup, IsNotMadeOfAnOriginalUnderItsTemporaryName) {
   EXPECT_EQ(read_file("script.new"), "original");
   EXPECT_EQ(recorded(), "");
   EXPECT_EQ(names(), "envi\nscript.new\n");
+}
+
+TEST_F(Backup, IsNotMadeOfALinkThatEndsAtItsTemporaryName) {
+  std::filesystem::create_directory("bin");
+  std::filesystem::create_symlink("bin", "linked");
+  std::filesystem::create_symlink("near", "chain");
+  for (const std::string &target :
+       {std::string("script_original.new"), path("bin/script_original.new"),
+        std::string("../linked/script_original.new"), std::string(".././chain")}) {
+    write_file("bin/script_original.new", "original", 0600);
+    std::filesystem::remove("near");
+    std::filesystem::create_symlink("linked/script_original.new", "near");
+    std::filesystem::remove("bin/script");
+    std::filesystem::create_symlink(target, "bin/script");
+    EXPECT_FALSE(keep_original("linked/script", "bin/script_original", true)) << target;
+    EXPECT_EQ(read_file("bin/script"), "original") << target;
+    EXPECT_EQ(mode_of("bin/script_original.new"), 0600U) << target;
+    EXPECT_FALSE(std::filesystem::exists("bin/script_original")) << target;
+  }
+  EXPECT_EQ(recorded(), "");
+}
+
+// Without the link in the middle nothing would lead to the original any more.
+TEST_F(Backup, IsNotMadeOfALinkThatLeadsOnThroughItsTemporaryName) {
+  std::filesystem::create_symlink("script_original.new", "script");
+  std::filesystem::create_symlink("envi", "script_original.new");
+  EXPECT_FALSE(keep_original("script", "script_original", true));
+  EXPECT_EQ(read_file("script"), "#!/bin/sh\nexec idl\n");
+  EXPECT_EQ(std::filesystem::read_symlink("script_original.new"), "envi");
+  EXPECT_EQ(recorded(), "");
+  EXPECT_EQ(names(), "envi\nscript\nscript_original.new\n");
+}
+
+TEST_F(Backup, IsNotMadeAndRemovesNothingWhenNobodyCanTellWhereTheOriginalEnds) {
+  write_file("closed/script.new", "original");
+  std::filesystem::permissions("closed", std::filesystem::perms(0700));
+  std::filesystem::create_directory("open");
+  std::filesystem::permissions("open", std::filesystem::perms(0777));
+  write_file("open/script.new", "leftover");
+  std::filesystem::create_symlink("endless", "open/endless");
+  for (const char *const original : {"closed/sub/script.new", "closed/script", "open/endless"}) {
+    const support::other_user nobody;
+    EXPECT_FALSE(keep_original(original, "open/script", false)) << original;
+  }
+  EXPECT_EQ(read_file("open/script.new"), "leftover");
+  EXPECT_EQ(names(), "closed/script.new\nenvi\nopen/endless\nopen/script.new\n");
 }
 
 TEST_F(Backup, IsAPlainCopyWhenItsTemporaryNameIsTooLong) {

@@ -5,10 +5,13 @@
 #include "korvalen/records/uninstall_script.h"
 #include "korvalen/text/strings.h"
 
+#include <array>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <fcntl.h>
 #include <libgen.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +28,45 @@ bool is_free(const char *path) {
 bool is_link(const char *path) {
   struct stat status {};
   return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+// What kernels follow before they give a path up.
+constexpr int max_links = 40;
+
+// Up to and with the last slash, so that a name may be put behind it.
+std::string directory_of(const std::string &path) {
+  return path.substr(0, path.rfind('/') + 1);
+}
+
+std::string name_in_directory(const std::string &path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
+// Whether both name one entry of one directory; yes when that cannot be told.
+bool may_be_one_entry(const std::string &path, const std::string &other) {
+  if (name_in_directory(path) != name_in_directory(other))
+    return false;
+  struct stat status {};
+  struct stat other_status {};
+  return stat((directory_of(path) + ".").c_str(), &status) != 0 ||
+         stat((directory_of(other) + ".").c_str(), &other_status) != 0 ||
+         (status.st_dev == other_status.st_dev && status.st_ino == other_status.st_ino);
+}
+
+// Whether the path is that entry, or a link that leads to it or on through it, so that nothing would stand at
+// the path any more without the entry; yes when that cannot be told. The entry itself may be a link.
+bool may_depend_on(std::string path, const std::string &entry) {
+  for (int links = 0; links <= max_links; ++links) {
+    if (may_be_one_entry(path, entry))
+      return true;
+    std::array<char, PATH_MAX> target;
+    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+    if (length < 0)
+      return errno != EINVAL && errno != ENOENT;
+    const std::string text(target.data(), static_cast<std::size_t>(length));
+    path = text.starts_with('/') ? text : directory_of(path) + text;
+  }
+  return true;
 }
 
 bool create_empty(const char *path) {
@@ -83,7 +125,7 @@ bool keep_original(const char *path, const char *backup, bool record) {
     return false;
 
   const owned_string unfinished = str_format_new("%s.new", backup);
-  if (is_same_file(path, unfinished.get()))
+  if (may_depend_on(path, unfinished.get()))
     return false;
   std::remove(unfinished.get());
   // A plain copy would be written through a link, perhaps into the original.
