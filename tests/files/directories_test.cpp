@@ -5,10 +5,12 @@
 #include "support/library.h"
 #include "support/recording.h"
 #include "support/surroundings.h"
+#include "support/variables.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <sstream>
@@ -255,6 +257,52 @@ TEST_F(Listing, YieldsNamesThatBeginWithADashForABarePattern) {
   EXPECT_THAT(names("*.x"), ElementsAre("-l.x", "z.x"));
 }
 
+TEST_F(Listing, YieldsPlainNamesHoweverTheEnvironmentTellsLsToQuote) {
+  const support::free_variables freed({"QUOTING_STYLE"});
+  write_file("d/it's a name.x", "");
+  for (const char *const style : {"shell-always", "c", "escape", "locale", ""}) {
+    setenv("QUOTING_STYLE", style, 1);
+    EXPECT_THAT(names("d/*.x"), ElementsAre("it's a name.x")) << style;
+    EXPECT_STREQ(std::getenv("QUOTING_STYLE"), style) << "the variable is the caller's again";
+  }
+}
+
+TEST_F(Listing, TellsLsToQuoteNothingWhereTheEnvironmentIsSilent) {
+  const support::free_variables freed({"QUOTING_STYLE", "PATH"});
+  write_file("bin/ls", "#!/bin/sh\necho \"$QUOTING_STYLE\" \"$OTHER\"\n", 0755);
+  setenv("PATH", path("bin").c_str(), 1);
+  setenv("OTHER", "kept", 1);
+  EXPECT_THAT(names("d/*.x"), ElementsAre("literal kept"));
+  EXPECT_EQ(std::getenv("QUOTING_STYLE"), nullptr);
+  unsetenv("OTHER");
+}
+
+TEST_F(Listing, OverrulesEachQuotingStyleOfAnEnvironmentThatHoldsTwo) {
+  write_file("d/a name.x", "");
+  char first[] = "QUOTING_STYLE=c";
+  char path_variable[] = "PATH=/usr/bin:/bin";
+  char second[] = "QUOTING_STYLE=shell-always";
+  char *variables[] = {first, path_variable, second, nullptr};
+  char **const previous = environ;
+  environ = variables;
+  const std::vector<std::string> listed = names("d/*.x");
+  char **const left = environ;
+  environ = previous;
+  EXPECT_THAT(listed, ElementsAre("a name.x"));
+  EXPECT_EQ(left, variables);
+  EXPECT_THAT(variables, ElementsAre(first, path_variable, second, nullptr));
+}
+
+TEST_F(Listing, WorksInAnEnvironmentWithoutAnyVariable) {
+  char **const previous = environ;
+  environ = nullptr;
+  const std::vector<std::string> listed = names("d/*.sav");
+  char **const left = environ;
+  environ = previous;
+  EXPECT_THAT(listed, ElementsAre("a.sav"));
+  EXPECT_EQ(left, nullptr);
+}
+
 TEST_F(Listing, ReplacesALinkInItsPlaceAndLeavesTheLinksTargetAlone) {
   write_file("foreign", "foreign", 0600);
   for (const char *const target : {"foreign", "nowhere"}) {
@@ -470,6 +518,16 @@ TEST_F(CopyDirFilesDeathTest, EndsWith255AtASourceThatCannotBeOpened) {
   EXPECT_EQ(recorded(), "rm dst/a.sav\n") << "what was placed before is recorded";
   EXPECT_EQ(file("dst/a.sav"), "755 a");
   EXPECT_FALSE(fs::exists("dst/b.pro"));
+}
+
+TEST_F(CopyDirFilesDeathTest, SetsTheModesBeforeItEndsAtASourceThatCannotBeOpened) {
+  fs::create_symlink("nowhere", "src/b.lnk");
+  write_file("dst/b.lnk", "placed earlier", 0600);
+  fs::permissions("dst", fs::perms(0700));
+  EXPECT_EXIT(fdfCopyDirFiles("src", "dst", "*.lnk"), ExitedWithCode(255),
+              Eq("ERROR while copying src/b.lnk\n to dst/b.lnk\n\nPlease check path and privileges!\n\n"));
+  EXPECT_EQ(mode_of("dst"), 0755U);
+  EXPECT_EQ(file("dst/b.lnk"), "755 placed earlier");
 }
 
 TEST_F(CopyDirFilesDeathTest, LogsASourceThatCannotBeOpenedBeforeItEnds) {

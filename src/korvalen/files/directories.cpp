@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -34,6 +35,22 @@ bool make_room_for_listing() {
   if (status.st_uid != geteuid())
     return false;
   return S_ISREG(status.st_mode) ? truncate(listing_file, 0) == 0 : S_ISDIR(status.st_mode);
+}
+
+// Runs the command in a shell whose environment is this process's own, but for QUOTING_STYLE=literal: names
+// are listed as they are. The own environment stays as it is, down to its order.
+void run_listing(const std::string &command) {
+  constexpr std::string_view quoting = "QUOTING_STYLE=";
+  std::string literal = std::string(quoting) + "literal";
+  std::vector<char *> variables = {literal.data()};
+  for (char **variable = environ; variable != nullptr && *variable != nullptr; ++variable)
+    if (!std::string_view(*variable).starts_with(quoting))
+      variables.push_back(*variable);
+  variables.push_back(nullptr);
+
+  char **const own = std::exchange(environ, variables.data());
+  [[maybe_unused]] const int status = std::system(command.c_str());
+  environ = own;
 }
 
 const char *bare_name(const char *path) {
@@ -74,7 +91,7 @@ line_array fdfDirFiles(const char *pattern, std::int32_t *count) {
     return nullptr;
   }
 
-  [[maybe_unused]] const int status = std::system(listing_command(pattern, listing_file).c_str());
+  run_listing(listing_command(pattern, listing_file));
   std::int32_t line_count = 0;
   const line_array lines = fdfReadLines(listing_file, &line_count);
   if (!lines)
