@@ -74,6 +74,14 @@ TEST(TrimTrailingBlanks, RemovesBlanksAtTheEndOnly) {
   }
 }
 
+TEST(TrimTrailingBlanks, OfATextOfBlanksAloneStopsAtItsStart) {
+  std::string buffer = "before   ";
+  trim_trailing_blanks(buffer.data() + 7);
+  EXPECT_STREQ(buffer.c_str(), "before ") << "the blank before the text is not the text's";
+  trim_trailing_blanks(buffer.data() + 7);
+  EXPECT_STREQ(buffer.c_str(), "before ") << "nor is it an empty text's";
+}
+
 TEST(TrimTrailingBlanksDeathTest, SurvivesANull) {
   EXPECT_EXIT(
       {
