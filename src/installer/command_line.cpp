@@ -21,6 +21,25 @@ constexpr const char *deepest_idl_subdirectory = "help/online_help/Subsystems/Ko
 
 constexpr const char *too_long = "it is longer than 1,000 bytes or deeper than 100 directories";
 
+constexpr const char *begins_with_dash = "it begins with \"-\"";
+
+constexpr struct {
+  std::string_view question;
+  const char *text;
+} answers[] = {
+    {"--help", "usage: korvalen_installer PRODUCT_DIR [ENVI_DIR [LAYOUT]]\n"
+               "       korvalen_installer --help | --version\n"
+               "\n"
+               "PRODUCT_DIR  the directory into which Korvalen was unpacked\n"
+               "ENVI_DIR     the ENVI installation; without it, or when it is empty or holds\n"
+               "             NotOK, no ENVI is touched\n"
+               "LAYOUT       any text, even an empty one, chooses the local layout; without it,\n"
+               "             or when it holds NotOK, the system layout\n"
+               "\n"
+               "What else begins with - is refused. The manual: man korvalen_installer\n"},
+    {"--version", "korvalen_installer " KORVALEN_VERSION "\n"},
+};
+
 bool is_control(char byte) {
   return (byte >= '\0' && byte < ' ') || byte == '\x7f';
 }
@@ -33,7 +52,7 @@ const char *text_problem(std::string_view text) {
   if (text.empty())
     return "it is empty";
   if (text.starts_with('-'))
-    return "it begins with \"-\"";
+    return begins_with_dash;
   for (const char byte : text) {
     if (is_control(byte))
       return "it holds a control character";
@@ -120,6 +139,25 @@ owned_string find_refusal(const install_request &request) {
     return nullptr;
   if (const char *const problem = envi_dir_problem(request.envi_dir))
     return refusal("ENVI directory", request.envi_dir, problem);
+  return nullptr;
+}
+
+owned_string find_refusal(int argc, char **argv) {
+  const install_request request = read_command_line(argc, argv);
+  if (owned_string found = find_refusal(request))
+    return found;
+  if (request.local_layout && argv[3][0] == '-')
+    return refusal("layout", argv[3], begins_with_dash);
+  for (int position = 4; position < argc; ++position)
+    if (argv[position][0] == '-')
+      return refusal(("argument " + std::to_string(position)).c_str(), argv[position], begins_with_dash);
+  return nullptr;
+}
+
+const char *find_answer(int argc, char **argv) {
+  for (const auto &[question, text] : answers)
+    if (argc == 2 && question == argv[1])
+      return text;
   return nullptr;
 }
 

@@ -29,8 +29,17 @@ const char *init_directory(const install_request &request);
 // The same without one trailing slash, as the launch scripts export it.
 std::string exported_init_directory(const install_request &request);
 
+// What is printed instead of an installation: for `--help` as the only argument what the arguments are, for
+// `--version` the version; null for anything else.
+const char *find_answer(int argc, char **argv);
+
 // Why the request is refused, as one line of text without its end that names the argument; null when it is
 // not. Touches nothing on disk.
 owned_string find_refusal(const install_request &request);
+
+// The same for the arguments of main, of which there is at least a product directory. So that nobody who
+// writes an option gets an installation, each argument after the first that begins with "-" is refused too,
+// whatever its position, unless it is the second or third and counts as not given.
+owned_string find_refusal(int argc, char **argv);
 
 } // namespace korvalen

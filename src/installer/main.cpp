@@ -1,4 +1,4 @@
-// korvalen_installer PRODUCT_DIR [ENVI_DIR [LAYOUT]]
+// korvalen_installer PRODUCT_DIR [ENVI_DIR [LAYOUT]] | --help | --version
 
 #include "installer/command_line.h"
 #include "installer/installation.h"
@@ -21,11 +21,15 @@ int main(int argc, char **argv) {
     print_usage();
     return 1;
   }
-  const install_request request = read_command_line(argc, argv);
-  if (const owned_string refusal = find_refusal(request)) {
+  if (const char *const answer = find_answer(argc, argv)) {
+    std::fputs(answer, stdout);
+    return 0;
+  }
+  if (const owned_string refusal = find_refusal(argc, argv)) {
     print_usage();
+    // Flushes standard output first, so that the usage line comes first where both go to one place.
     std::cerr << refusal.get() << std::endl;
     return 1;
   }
-  return install(request);
+  return install(read_command_line(argc, argv));
 }

@@ -39,8 +39,22 @@ std::string init_dir(const std::vector<std::string> &arguments) {
 
 // Empty when the arguments are not refused.
 std::string refusal(const std::vector<std::string> &arguments) {
+  command_line line(arguments);
+  const owned_string text = find_refusal(static_cast<int>(line.argv.size()), line.argv.data());
+  return text ? text.get() : "";
+}
+
+// The refusal of the request alone, as it is read from the arguments.
+std::string request_refusal(const std::vector<std::string> &arguments) {
   const owned_string text = find_refusal(command_line(arguments).request);
   return text ? text.get() : "";
+}
+
+// Empty when the arguments are not answered.
+std::string answer(const std::vector<std::string> &arguments) {
+  command_line line(arguments);
+  const char *const text = find_answer(static_cast<int>(line.argv.size()), line.argv.data());
+  return text == nullptr ? "" : text;
 }
 
 std::string product_refusal(const std::string &text, const std::string &reason) {
@@ -49,6 +63,10 @@ std::string product_refusal(const std::string &text, const std::string &reason) 
 
 std::string envi_refusal(const std::string &text, const std::string &reason) {
   return "korvalen_installer: ENVI directory \"" + text + "\" refused: " + reason;
+}
+
+std::string dash_refusal(const std::string &argument, const std::string &text) {
+  return "korvalen_installer: " + argument + " \"" + text + "\" refused: it begins with \"-\"";
 }
 
 // A path of exactly this many bytes, in components of at most 200.
@@ -74,6 +92,18 @@ constexpr const char *script = "the path of its uninstall script is too long";
 constexpr const char *too_long = "it is longer than 1,000 bytes or deeper than 100 directories";
 constexpr const char *too_long_below =
     "directories below it would be longer than 1,000 bytes or deeper than 100 directories";
+
+constexpr const char *help =
+    "usage: korvalen_installer PRODUCT_DIR [ENVI_DIR [LAYOUT]]\n"
+    "       korvalen_installer --help | --version\n"
+    "\n"
+    "PRODUCT_DIR  the directory into which Korvalen was unpacked\n"
+    "ENVI_DIR     the ENVI installation; without it, or when it is empty or holds\n"
+    "             NotOK, no ENVI is touched\n"
+    "LAYOUT       any text, even an empty one, chooses the local layout; without it,\n"
+    "             or when it holds NotOK, the system layout\n"
+    "\n"
+    "What else begins with - is refused. The manual: man korvalen_installer\n";
 
 class CommandLineInScratch : public support::scratch_test {};
 
@@ -218,14 +248,74 @@ TEST(Refusal, DoesNotTestAnEnviDirectoryThatIsNotUsed) {
     EXPECT_EQ(refusal({"/opt/k", unused}), "");
 }
 
-TEST(Refusal, DoesNotTestTheLayout) {
-  EXPECT_EQ(refusal({"/opt/k", "/opt/envi", "-;\n"}), "");
+TEST(Refusal, TestsOfTheLayoutOnlyHowItBegins) {
+  for (const char *const layout : {";\n$-", "", "x-", " -x"})
+    EXPECT_EQ(refusal({"/opt/k", "/opt/envi", layout}), "") << layout;
+}
+
+TEST(Refusal, NamesAnyArgumentAfterTheFirstThatBeginsWithADash) {
+  for (const char *const text : {"-", "--dry-run", "-h", "-NotO", "--help", "--version"}) {
+    EXPECT_EQ(refusal({"/opt/k", text}), dash_refusal("ENVI directory", text));
+    EXPECT_EQ(refusal({"/opt/k", "/opt/envi", text}), dash_refusal("layout", text));
+    EXPECT_EQ(refusal({"/opt/k", "NotOK", text}), dash_refusal("layout", text));
+    EXPECT_EQ(refusal({"/opt/k", "", text}), dash_refusal("layout", text));
+    EXPECT_EQ(refusal({"/opt/k", "NotOK", "NotOK", text}), dash_refusal("argument 4", text));
+    EXPECT_EQ(refusal({"/opt/k", "/opt/envi", "x", "", text}), dash_refusal("argument 5", text));
+    EXPECT_EQ(refusal({"/opt/k", "a", "b", "c", "d", "e", "f", "g", "h", text}),
+              dash_refusal("argument 10", text));
+  }
+}
+
+TEST(Refusal, SparesADashOnlyInASecondOrThirdArgumentThatHoldsNotOK) {
+  EXPECT_EQ(refusal({"/opt/k", "-NotOK", "--NotOK-"}), "");
+  EXPECT_EQ(refusal({"/opt/k", "-NotOK", "--dry-run"}), dash_refusal("layout", "--dry-run"));
+  EXPECT_EQ(refusal({"/opt/k", "-NotOK", "-NotOK", "-NotOK"}), dash_refusal("argument 4", "-NotOK"));
+  EXPECT_EQ(refusal({"-NotOK"}), product_refusal("-NotOK", dash));
+}
+
+TEST(Refusal, NamesTheFirstOfSeveralArguments) {
+  EXPECT_EQ(refusal({"-k", "/opt/envi", "-x"}), product_refusal("-k", dash));
+  EXPECT_EQ(refusal({"/opt/k", "/opt/$envi", "-x"}), envi_refusal("/opt/$envi", shell));
+  EXPECT_EQ(refusal({"/opt/k", "/opt/envi", "-x", "-y"}), dash_refusal("layout", "-x"));
+}
+
+TEST(Refusal, IsOneLineWhateverAFurtherArgumentHolds) {
+  EXPECT_EQ(refusal({"/opt/k", "NotOK", "-\n-"}), dash_refusal("layout", "-?-"));
+}
+
+TEST(Refusal, OfARequestAloneKnowsNothingOfFurtherArguments) {
+  EXPECT_EQ(request_refusal({"/opt/k", "NotOK", "-x", "-y"}), "");
+  EXPECT_EQ(request_refusal({"/opt/k", "-e", "-x"}), envi_refusal("-e", dash));
+}
+
+TEST(Answer, TellsTheArgumentsAndTheManualOrTheVersion) {
+  EXPECT_EQ(answer({"--help"}), help);
+  EXPECT_EQ(answer({"--version"}), "korvalen_installer 1.0.0\n");
+}
+
+TEST(Answer, IsGivenToTheOnlyArgumentAndToNothingElse) {
+  const std::vector<std::vector<std::string>> unanswered = {
+      {},
+      {""},
+      {"/opt/k"},
+      {"-h"},
+      {"--hel"},
+      {"--helpx"},
+      {"--version "},
+      {"--help", "x"},
+      {"--version", "--help"},
+      {"/opt/k", "--help"},
+  };
+  for (const std::vector<std::string> &arguments : unanswered)
+    EXPECT_EQ(answer(arguments), "") << testing::PrintToString(arguments);
 }
 
 TEST(Refusal, NamesAProductDirectoryOfMoreThanThousandBytesThatTheRunWouldMake) {
   EXPECT_EQ(refusal({path_of(1000), "NotOK", "x"}), "");
   EXPECT_EQ(refusal({path_of(1000) + "/", "NotOK", "x"}), "");
   EXPECT_EQ(refusal({path_of(1001), "NotOK", "x"}), product_refusal(path_of(1001), too_long));
+  EXPECT_EQ(refusal({path_of(1001) + "/", "NotOK", "x"}), product_refusal(path_of(1001) + "/", too_long));
+  EXPECT_EQ(refusal({path_of(1001) + "//", "NotOK", "x"}), product_refusal(path_of(1001) + "//", too_long));
 }
 
 TEST(Refusal, NamesAProductDirectoryOfMoreThanHundredComponentsThatTheRunWouldMake) {
@@ -234,6 +324,15 @@ TEST(Refusal, NamesAProductDirectoryOfMoreThanHundredComponentsThatTheRunWouldMa
   EXPECT_EQ(refusal({path_with(101), "NotOK", "x"}), product_refusal(path_with(101), too_long));
   EXPECT_EQ(refusal({path_with(101).substr(1), "NotOK", "x"}),
             product_refusal(path_with(101).substr(1), too_long));
+  EXPECT_EQ(refusal({path_with(101) + "/", "NotOK", "x"}), product_refusal(path_with(101) + "/", too_long));
+  EXPECT_EQ(refusal({path_with(101) + "//", "NotOK", "x"}), product_refusal(path_with(101) + "//", too_long));
+}
+
+TEST(Refusal, IsNotMadeOfTheRootAlone) {
+  for (const char *const root : {"/", "//", "///"}) {
+    EXPECT_EQ(refusal({root, "NotOK", "x"}), "") << root;
+    EXPECT_EQ(refusal({"/opt/k", root}), "") << root;
+  }
 }
 
 TEST(Refusal, AllowsAnyProductDirectoryThatTheRunDoesNotMake) {
@@ -257,6 +356,8 @@ TEST(Refusal, NamesAnEnviDirectoryOfMoreThanAThousandBytesOrHundredComponents) {
   EXPECT_EQ(refusal({"/opt/k", path_of(1001)}), envi_refusal(path_of(1001), too_long));
   EXPECT_EQ(refusal({"/opt/k", path_with(100)}), "");
   EXPECT_EQ(refusal({"/opt/k", path_with(101)}), envi_refusal(path_with(101), too_long));
+  for (const std::string &text : {path_of(1001) + "/", path_of(1001) + "//", path_with(101) + "/"})
+    EXPECT_EQ(refusal({"/opt/k", text}), envi_refusal(text, too_long));
 }
 
 TEST_F(CommandLineInScratch, RefusesAnEnviDirectoryBelowWhichADirectoryWouldBeTooLong) {

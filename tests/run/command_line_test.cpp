@@ -3,6 +3,9 @@
 #include "run/whole_run.h"
 
 #include <array>
+#include <cstdlib>
+#include <fcntl.h>
+#include <termios.h>
 
 using namespace whole_runs;
 using support::snapshot;
@@ -25,7 +28,7 @@ const std::string holds_shell = "it holds a character that a shell acts on";
 
 const std::vector<refused_text> refused_texts = {
     {"-", "-", begins_with_dash},
-    {"--help", "--help", begins_with_dash},
+    {"--dry-run", "--dry-run", begins_with_dash},
     {"-rf /opt/k", "-rf /opt/k", begins_with_dash},
     {"/opt/\nk", "/opt/?k", holds_control},
     {"/opt/k\r", "/opt/k?", holds_control},
@@ -50,6 +53,68 @@ const std::vector<refused_text> refused_texts = {
     {"/opt/?", "/opt/?", holds_shell},
     {"/opt/[a]", "/opt/[a]", holds_shell},
 };
+
+// Both ends of what two processes talk through.
+struct channel {
+  int to_read;
+  int to_write;
+};
+
+int must(int result, const char *what) {
+  if (result < 0)
+    throw std::system_error(errno, std::generic_category(), std::string("test set-up: ") + what);
+  return result;
+}
+
+channel open_pipe() {
+  int ends[2];
+  must(pipe2(ends, O_CLOEXEC), "pipe");
+  return {ends[0], ends[1]};
+}
+
+// A terminal that prints bytes as they are.
+channel open_terminal() {
+  const int master = must(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "posix_openpt");
+  must(grantpt(master), "grantpt");
+  must(unlockpt(master), "unlockpt");
+  char name[100];
+  must(-ptsname_r(master, name, sizeof name), "ptsname");
+  const int terminal = must(open(name, O_RDWR | O_NOCTTY | O_CLOEXEC), "a terminal");
+  termios settings{};
+  must(tcgetattr(terminal, &settings), "tcgetattr");
+  cfmakeraw(&settings);
+  must(tcsetattr(terminal, TCSANOW, &settings), "tcsetattr");
+  return {master, terminal};
+}
+
+// What is left to read when nobody writes any more; reading from a terminal then fails.
+std::string read_all(int end) {
+  std::string text;
+  std::array<char, 4096> block;
+  for (ssize_t size = 0; (size = read(end, block.data(), block.size())) > 0;)
+    text.append(block.data(), static_cast<std::size_t>(size));
+  return text;
+}
+
+// All that the tool says, with standard output and standard error being one.
+std::string said_into(channel place, const std::vector<std::string> &arguments) {
+  std::string text;
+  {
+    support::other_program tool([&] {
+      dup2(place.to_write, STDOUT_FILENO);
+      dup2(place.to_write, STDERR_FILENO);
+      std::vector<char *> argv = {const_cast<char *>(INSTALLER_PATH)};
+      for (const std::string &argument : arguments)
+        argv.push_back(const_cast<char *>(argument.c_str()));
+      argv.push_back(nullptr);
+      execv(INSTALLER_PATH, argv.data());
+    });
+    close(place.to_write);
+    text = read_all(place.to_read);
+  }
+  close(place.to_read);
+  return text;
+}
 
 class CommandLineRun : public whole_run {
 protected:
@@ -247,7 +312,7 @@ TEST_F(CommandLineRun, ChoosesTheSystemLayoutForAThirdArgumentThatHoldsNotOk) {
 }
 
 TEST_F(CommandLineRun, ChoosesTheLocalLayoutForAnyOtherThirdArgument) {
-  for (const char *layout : {"x", "", "notok", "--help", "$(touch canary)"}) {
+  for (const char *layout : {"x", "", "notok", "x-", "$(touch canary)"}) {
     SCOPED_TRACE(layout);
     EXPECT_THAT(install({product(), "NotOK", layout}), Ended(0, "", ""));
     EXPECT_EQ(
@@ -257,6 +322,48 @@ TEST_F(CommandLineRun, ChoosesTheLocalLayoutForAnyOtherThirdArgument) {
 }
 
 TEST_F(CommandLineRun, IgnoresFurtherArguments) {
-  EXPECT_THAT(install({product(), "NotOK", "NotOK", "-x", "$(touch canary)", ""}), Ended(0, "", ""));
+  EXPECT_THAT(install({product(), "NotOK", "NotOK", "x", "$(touch canary)", ""}), Ended(0, "", ""));
   EXPECT_EQ(support::changes(before_, everything()), made_in_etc);
+}
+
+TEST_F(CommandLineRun, RefusesAnArgumentThatBeginsWithADashWhateverItsPosition) {
+  for (const char *option : {"--dry-run", "-", "--help", "--version"}) {
+    SCOPED_TRACE(option);
+    expect_refused({product(), envi(), option}, refusal("layout", option, begins_with_dash));
+    expect_refused({product(), "NotOK", option}, refusal("layout", option, begins_with_dash));
+    expect_refused({product(), envi(), "x", option}, refusal("argument 4", option, begins_with_dash));
+    expect_refused({product(), envi(), "NotOK", "", option}, refusal("argument 5", option, begins_with_dash));
+    expect_refused({option, envi()}, refusal("product directory", option, begins_with_dash));
+  }
+  expect_refused({product(), "NotOK", "NotOK", "-NotOK"}, refusal("argument 4", "-NotOK", begins_with_dash));
+}
+
+TEST_F(CommandLineRun, DoesNotTestALayoutThatCountsAsAbsent) {
+  EXPECT_THAT(install({product(), "NotOK", "-NotOK"}), Ended(0, "", ""));
+  EXPECT_EQ(support::changes(before_, everything()), made_in_etc);
+}
+
+TEST_F(CommandLineRun, AnswersAQuestionForHelpOrForTheVersionAndTouchesNothing) {
+  EXPECT_THAT(install({"--help"}),
+              Ended(0,
+                    "usage: korvalen_installer PRODUCT_DIR [ENVI_DIR [LAYOUT]]\n"
+                    "       korvalen_installer --help | --version\n"
+                    "\n"
+                    "PRODUCT_DIR  the directory into which Korvalen was unpacked\n"
+                    "ENVI_DIR     the ENVI installation; without it, or when it is empty or holds\n"
+                    "             NotOK, no ENVI is touched\n"
+                    "LAYOUT       any text, even an empty one, chooses the local layout; without it,\n"
+                    "             or when it holds NotOK, the system layout\n"
+                    "\n"
+                    "What else begins with - is refused. The manual: man korvalen_installer\n",
+                    ""));
+  EXPECT_THAT(install({"--version"}), Ended(0, "korvalen_installer 1.0.0\n", ""));
+  EXPECT_EQ(support::changes(before_, everything()), "");
+}
+
+// Whoever reads both in one place reads what the arguments should be, and then what is wrong with these.
+TEST_F(CommandLineRun, PrintsTheUsageBeforeTheRefusalOnATerminalAndIntoAPipe) {
+  const std::string expected = usage + refusal("product directory", "-p", begins_with_dash);
+  EXPECT_EQ(said_into(open_terminal(), {"-p"}), expected) << "on a terminal";
+  EXPECT_EQ(said_into(open_pipe(), {"-p"}), expected) << "into a pipe";
 }

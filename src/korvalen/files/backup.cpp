@@ -63,8 +63,8 @@ bool may_depend_on(std::string path, const std::string &entry) {
     const ssize_t length = readlink(path.c_str(), target.data(), target.size());
     if (length < 0)
       return errno != EINVAL && errno != ENOENT;
-    const std::string text(target.data(), static_cast<std::size_t>(length));
-    path = text.starts_with('/') ? text : directory_of(path) + text;
+    path.resize(target[0] == '/' ? 0 : directory_of(path).size());
+    path.append(target.data(), static_cast<std::size_t>(length));
   }
   return true;
 }
