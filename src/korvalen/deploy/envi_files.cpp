@@ -1,7 +1,5 @@
 #include "korvalen/deploy/envi_files.h"
 
-#include "korvalen/deploy/directory_step.h"
-
 namespace korvalen {
 
 namespace {
@@ -144,6 +142,10 @@ constexpr directory_step steps[] = {
 };
 
 } // namespace
+
+std::span<const directory_step> envi_directory_steps() {
+  return steps;
+}
 
 int copy_files_in_envi_dir_envi(const char *source_dir, const char *envi_dir, bool uninstall) {
   for (const directory_step &step : steps)

@@ -1,7 +1,14 @@
 // The product's extension files in an ENVI installation.
 #pragma once
 
+#include "korvalen/deploy/directory_step.h"
+
+#include <span>
+
 namespace korvalen {
+
+// What is deployed where, in order.
+std::span<const directory_step> envi_directory_steps();
 
 // Installs: makes eleven subdirectories of the ENVI directory and copies into each the files of source_dir's
 // subdirectory that match "*.*"; each is recorded in the uninstall script unless it is on the kept-file list.

@@ -1,7 +1,5 @@
 #include "korvalen/deploy/idl_files.h"
 
-#include "korvalen/deploy/directory_step.h"
-
 namespace korvalen {
 
 namespace {
@@ -46,6 +44,10 @@ constexpr directory_step steps[] = {
 };
 
 } // namespace
+
+std::span<const directory_step> idl_directory_steps() {
+  return steps;
+}
 
 int copy_files_in_envi_dir_idl(const char *source_dir, const char *idl_dir, bool uninstall) {
   for (const directory_step &step : steps)

@@ -1,7 +1,14 @@
 // The product's hooks, libraries, module descriptions and help in an IDL directory.
 #pragma once
 
+#include "korvalen/deploy/directory_step.h"
+
+#include <span>
+
 namespace korvalen {
+
+// What is deployed where, in order.
+std::span<const directory_step> idl_directory_steps();
 
 // Installs: deletes the product's stale files in lib/hook and bin/bin.linux.x86_64, makes the four target
 // directories and copies into them the files of source_dir that match "*.*"; each is recorded in the

@@ -13,10 +13,6 @@ namespace korvalen {
 
 namespace {
 
-constexpr const char *version_tag = "_54";
-constexpr const char *envi_scripts[] = {"envi", "envi_rt", "envitaskengine"};
-constexpr const char *idl_scripts[] = {"idl", "idlde"};
-
 // The root keeps its slash.
 owned_string trimmed(const char *directory) {
   owned_string copy = str_format_new("%s", directory);
@@ -34,16 +30,16 @@ void print_progress(const char *text) {
 }
 
 bool install_into(const char *envi_dir, const char *product_dir, const char *init_dir) {
-  for (const char *script : envi_scripts)
+  for (const char *script : envi_launch_scripts)
     fkorvPatchEnviScript(script_path(envi_dir, script).get(), product_dir, init_dir);
 
   const owned_string idl_dir = find_idl_directory(envi_dir);
   if (!idl_dir)
     return false;
-  copy_files_in_envi_dir_envi(extension_source(product_dir, version_tag, "envi").get(), envi_dir, false);
-  copy_files_in_envi_dir_idl(extension_source(product_dir, version_tag, "idl").get(), idl_dir.get(), false);
+  copy_files_in_envi_dir_envi(extension_source(product_dir, extensions_version, "envi").get(), envi_dir, false);
+  copy_files_in_envi_dir_idl(extension_source(product_dir, extensions_version, "idl").get(), idl_dir.get(), false);
 
-  for (const char *script : idl_scripts)
+  for (const char *script : idl_launch_scripts)
     fkorvPatchIdlScript(script_path(idl_dir.get(), script).get(), product_dir, init_dir);
   return true;
 }

@@ -1,0 +1,182 @@
+#include "admin/changes.h"
+
+#include <map>
+#include <set>
+#include <sys/xattr.h>
+#include <utility>
+
+namespace korvalen::admin {
+
+namespace {
+
+// A file of the disk, whatever its names.
+using file_identity = std::pair<dev_t, ino_t>;
+
+struct shared_file {
+  nlink_t names; // how many it has
+  std::set<std::string> found;
+};
+
+struct search {
+  const view &seen;
+  std::map<std::string, change> touched;
+  std::map<file_identity, shared_file> shared_files; // touched files of several names
+};
+
+bool is_shared_file(const struct stat &status) {
+  return S_ISREG(status.st_mode) && status.st_nlink > 1;
+}
+
+bool has_attribute(const std::string &path, const char *name) {
+  return lgetxattr(path.c_str(), name, nullptr, 0) >= 0;
+}
+
+// Whether a new directory hides what lay in the one before it.
+bool is_opaque(const std::string &written) {
+  char value = 0;
+  return lgetxattr(written.c_str(), "trusted.overlay.opaque", &value, 1) == 1 && value == 'y';
+}
+
+// Whether a file was written only as far as its mode and owner go.
+bool keeps_bytes(const std::string &written) {
+  return has_attribute(written, "trusted.overlay.metacopy");
+}
+
+// Only where size does not tell whether the bytes are the same.
+void add_hashes(const view &seen, change &touched) {
+  const bool are_files = touched.before.type == file_type::file && touched.after.type == file_type::file;
+  if (!are_files || touched.before.size != touched.after.size)
+    return;
+  touched.before.hash = hash_of(seen.disk(), touched.path);
+  touched.after.hash = hash_of(seen.inside(), touched.path);
+}
+
+change &note(search &all, const std::string &path, bool bytes_may_differ) {
+  const auto [place, is_new] = all.touched.try_emplace(path);
+  change &touched = place->second;
+  if (!is_new)
+    return touched;
+  touched.path = path;
+  if (const auto status = look_up(all.seen.disk(), path)) {
+    touched.before = state_of(all.seen.disk(), path, *status);
+    if (is_shared_file(*status)) {
+      shared_file &file = all.shared_files[{status->st_dev, status->st_ino}];
+      file.names = status->st_nlink;
+      file.found.insert(path);
+    }
+  }
+  touched.after = state_of(all.seen.inside(), path);
+  if (bytes_may_differ)
+    add_hashes(all.seen, touched);
+  return touched;
+}
+
+// A path of the disk, and all below it, that the view may lack.
+void note_tree(search &all, const std::string &path) {
+  if (note(all, path, true).before.type != file_type::directory)
+    return;
+  for (const std::string &name : names_in(all.seen.disk(), path))
+    note_tree(all, joined(path, name));
+}
+
+void note_children(search &all, const std::string &directory) {
+  for (const std::string &name : names_in(all.seen.disk(), directory))
+    note_tree(all, joined(directory, name));
+}
+
+// `written` is what the overlay holds of the path.
+void note_written(search &all, const std::string &path, const std::string &written) {
+  struct stat status {};
+  checked(lstat(written.c_str(), &status), "cannot look up " + written);
+  const bool was_directory =
+      note(all, path, S_ISREG(status.st_mode) && !keeps_bytes(written)).before.type == file_type::directory;
+  if (S_ISDIR(status.st_mode))
+    for (const std::string &name : names_in(all.seen.disk(), written))
+      note_written(all, joined(path, name), joined(written, name));
+  if (was_directory && (!S_ISDIR(status.st_mode) || is_opaque(written)))
+    note_children(all, path);
+}
+
+void note_if_shared(search &all, const std::string &path, const struct stat &status) {
+  const auto file = all.shared_files.find({status.st_dev, status.st_ino});
+  if (!S_ISREG(status.st_mode) || file == all.shared_files.end())
+    return;
+  file->second.found.insert(path);
+  note(all, path, true);
+}
+
+void find_names(search &all, const std::string &directory, bool descends) {
+  for (const std::string &name : names_in(all.seen.disk(), directory)) {
+    const std::string path = joined(directory, name);
+    const auto status = look_up(all.seen.disk(), path);
+    if (!status)
+      continue;
+    note_if_shared(all, path, *status);
+    if (descends && S_ISDIR(status->st_mode))
+      find_names(all, path, true);
+  }
+}
+
+void find_other_names(search &all, const std::vector<std::string> &directories) {
+  std::set<std::string> beside;
+  for (const auto &[identity, file] : all.shared_files)
+    for (const std::string &path : file.found)
+      beside.insert(parent_of(path));
+  for (const std::string &directory : beside)
+    find_names(all, directory, false);
+  for (const std::string &directory : directories)
+    find_names(all, directory, true);
+}
+
+bool has_changed(const search &all, const shared_file &file) {
+  for (const std::string &path : file.found)
+    if (kind_of(all.touched.at(path)) != change_kind::none)
+      return true;
+  return false;
+}
+
+bool same_bytes(const state &a, const state &b) {
+  return a.size == b.size && a.hash == b.hash && a.target == b.target;
+}
+
+} // namespace
+
+change_kind kind_of(const change &change) {
+  const state &before = change.before;
+  const state &after = change.after;
+  if (before.type == file_type::absent && after.type == file_type::absent)
+    return change_kind::none;
+  if (before.type == file_type::absent)
+    return change_kind::created;
+  if (after.type == file_type::absent)
+    return change_kind::removed;
+  if (before.type != after.type)
+    return change_kind::type;
+  if (!same_bytes(before, after))
+    return change_kind::content;
+  if (before.mode != after.mode)
+    return change_kind::mode;
+  return before.owner != after.owner || before.group != after.group ? change_kind::owner : change_kind::none;
+}
+
+found_changes find_changes(const view &seen, const std::vector<std::string> &directories) {
+  search all{seen, {}, {}};
+  for (const layer &covered : seen.layers())
+    note_written(all, covered.mount.point, covered.changes);
+  if (!all.shared_files.empty())
+    find_other_names(all, directories);
+
+  found_changes found;
+  for (const auto &[identity, file] : all.shared_files) {
+    if (!has_changed(all, file))
+      continue;
+    found.of_several_names.insert(found.of_several_names.end(), file.found.begin(), file.found.end());
+    if (file.found.size() < file.names)
+      found.with_unseen_names.push_back(*file.found.begin());
+  }
+  for (auto &[path, touched] : all.touched)
+    found.touched.push_back(std::move(touched));
+  return found;
+}
+
+} // namespace korvalen::admin

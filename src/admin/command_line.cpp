@@ -1,0 +1,123 @@
+#include "admin/command_line.h"
+
+#include "installer/command_line.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+namespace korvalen::admin {
+
+namespace {
+
+constexpr const char *description = "Shows beforehand what korvalen_installer would change.";
+constexpr const char *man_page = "The man page: man korvalen_admin";
+constexpr const char *version = "korvalen_admin " KORVALEN_VERSION;
+
+const std::map<std::string, color_choice> color_choices = {
+    {"auto", color_choice::automatic}, {"always", color_choice::always}, {"never", color_choice::never}};
+
+struct given {
+  command made;
+  std::string product_dir;
+  std::string envi_dir;
+  std::string color = "auto";
+};
+
+void add_common_arguments(CLI::App &app, given &arguments, CLI::Option *&envi_dir) {
+  app.add_flag("--local", arguments.made.host.local_layout, "The local layout: nothing goes to /etc");
+  app.add_flag("--json", arguments.made.json, "One JSON object on standard output");
+  app.add_option("--color", arguments.color, "auto (on a terminal), always or never")
+      ->type_name("WHEN")
+      ->check(CLI::IsMember(color_choices).description(""));
+  app.add_option("PRODUCT_DIR", arguments.product_dir, "The directory into which the product was unpacked")
+      ->required()
+      ->type_name("");
+  envi_dir =
+      app.add_option("ENVI_DIR", arguments.envi_dir, "The ENVI installation; without it, no ENVI is touched")
+          ->type_name("");
+}
+
+// What the installer says of the request, without its name.
+std::string refusal_of(const target &host) {
+  const owned_string refusal = find_refusal(request_of(host));
+  if (!refusal)
+    return "";
+  const std::string_view text = refusal.get();
+  constexpr std::string_view prefix = "korvalen_installer: ";
+  return std::string(text.substr(text.starts_with(prefix) ? prefix.size() : 0));
+}
+
+// The installer would take the first for a present directory to pass over, the second for an absent one.
+void refuse_unusable_envi_dir(const std::string &envi_dir) {
+  if (envi_dir.empty())
+    throw failure("ENVI directory \"\" refused: it is empty; leave it out to touch no ENVI");
+  if (envi_dir.find("NotOK") != std::string::npos)
+    throw failure("ENVI directory \"" + envi_dir +
+                  "\" refused: it holds NotOK, which means none; leave it out to touch no ENVI");
+}
+
+std::string absolute(const std::string &path) {
+  return plain_path(path, std::filesystem::current_path().string());
+}
+
+} // namespace
+
+std::string plain_path(const std::string &path, const std::string &directory) {
+  std::istringstream components(path.starts_with('/') ? path : directory + "/" + path);
+  std::string plain;
+  for (std::string component; std::getline(components, component, '/');)
+    if (!component.empty() && component != ".")
+      plain += "/" + component;
+  return plain.empty() ? "/" : plain;
+}
+
+std::string named_command(int argc, char **argv) {
+  return argc > 1 && argv[1] == std::string_view("plan") ? argv[1] : "";
+}
+
+bool asks_for_json(int argc, char **argv) {
+  return std::any_of(argv + 1, argv + argc, [](std::string_view argument) { return argument == "--json"; });
+}
+
+command read_arguments(int argc, char **argv) {
+  given arguments;
+  CLI::Option *envi_dir = nullptr;
+  CLI::App app(description, "korvalen_admin");
+  app.set_version_flag("--version", version);
+  app.set_help_flag("--help", "Print this");
+  app.require_subcommand(1);
+  app.footer(man_page);
+  CLI::App *const plan =
+      app.add_subcommand("plan", "Show every change that an installation would make; needs root");
+  add_common_arguments(*plan, arguments, envi_dir);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForVersion &) {
+    throw answer(version);
+  } catch (const CLI::CallForHelp &) {
+    throw answer(app.help());
+  } catch (const CLI::ParseError &error) {
+    throw failure(error.what());
+  }
+
+  command &made = arguments.made;
+  made.color = color_choices.at(arguments.color);
+  made.name = app.get_subcommands().front()->get_name();
+  if (arguments.product_dir.empty())
+    throw failure("product directory \"\" refused: it is empty");
+  made.host.product_dir = absolute(arguments.product_dir);
+  if (envi_dir->count() > 0) {
+    refuse_unusable_envi_dir(arguments.envi_dir);
+    made.host.envi_dir = absolute(arguments.envi_dir);
+  }
+  if (const std::string refusal = refusal_of(made.host); !refusal.empty())
+    throw failure(refusal);
+  return made;
+}
+
+} // namespace korvalen::admin

@@ -1,0 +1,140 @@
+#include "admin/confinement.h"
+
+#include "admin/failure.h"
+#include "admin/trees.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <iostream>
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace korvalen::admin {
+
+namespace {
+
+constexpr int kept_powers[] = {CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER, CAP_FSETID};
+
+// What the child ends with when it could not even begin; no exit status of the installer.
+constexpr int could_not_begin = 126;
+
+descriptor memory_file(const char *name) {
+  return descriptor(checked(memfd_create(name, MFD_CLOEXEC), "cannot make a file in memory"));
+}
+
+// The parent's handlers for the end of the process are not the child's, and must not run twice.
+void end_at_once(int status, void * /*unused*/) {
+  std::cout.flush();
+  std::fflush(nullptr);
+  _exit(status);
+}
+
+void die_with_parent() {
+  checked(prctl(PR_SET_PDEATHSIG, SIGKILL), "cannot ask to die with the parent");
+}
+
+void enter(const std::string &root, const std::string &directory) {
+  checked(chroot(root.c_str()), "cannot enter " + root);
+  checked(chdir(directory.c_str()), "cannot enter " + directory);
+}
+
+void replace_output(const descriptor &output, const descriptor &errors) {
+  checked(dup2(errors.get(), STDERR_FILENO), "cannot replace standard error");
+  checked(dup2(output.get(), STDOUT_FILENO), "cannot replace standard output");
+}
+
+void replace_input() {
+  const descriptor nothing(checked(open("/dev/null", O_RDONLY), "cannot open /dev/null"));
+  checked(dup2(nothing.get(), STDIN_FILENO), "cannot replace standard input");
+}
+
+void close_all_others() {
+  checked(syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, 0), "cannot close files");
+}
+
+int wait_for(pid_t child) {
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0)
+    if (errno != EINTR)
+      fail("cannot wait for a child process");
+  return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// The first process of a process namespace: all others die with it.
+[[noreturn]] void begin_and_wait(const std::string &root, const std::string &directory,
+                                 const descriptor &output, const descriptor &errors,
+                                 const std::function<int()> &code) {
+  int status = could_not_begin;
+  try {
+    replace_output(output, errors);
+    die_with_parent();
+    checked(unshare(CLONE_NEWPID), "cannot make a private process namespace");
+    const pid_t child = checked(fork(), "cannot make a child process");
+    if (child > 0)
+      _exit(wait_for(child));
+    die_with_parent();
+    enter(root, directory);
+    replace_input();
+    close_all_others();
+    set_surroundings();
+    drop_powers();
+    on_exit(end_at_once, nullptr);
+    status = code();
+  } catch (const failure &problem) {
+    std::cerr << problem.what() << std::endl;
+  }
+  end_at_once(status, nullptr);
+  _exit(status);
+}
+
+} // namespace
+
+outcome run_confined(const std::string &root, const std::string &directory,
+                     const std::function<int()> &code) {
+  const descriptor output = memory_file("output");
+  const descriptor errors = memory_file("errors");
+  std::cout.flush();
+  std::fflush(nullptr);
+  const pid_t child = checked(fork(), "cannot make a child process");
+  if (child == 0)
+    begin_and_wait(root, directory, output, errors, code);
+  outcome result{wait_for(child), read_whole(output), read_whole(errors)};
+  if (result.status == could_not_begin)
+    throw failure(result.errors.substr(0, result.errors.find('\n')));
+  return result;
+}
+
+void set_surroundings() {
+  clearenv();
+  setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1);
+  setenv("LC_ALL", "C.UTF-8", 1);
+  umask(022);
+}
+
+void drop_powers() {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct held[2]{};
+  checked(syscall(SYS_capget, &header, held), "cannot tell the capabilities");
+  unsigned kept = 0;
+  for (const int power : kept_powers)
+    kept |= 1U << static_cast<unsigned>(power);
+  for (int power = 0; prctl(PR_CAPBSET_READ, power) >= 0; ++power)
+    if (power >= 32 || (kept & (1U << static_cast<unsigned>(power))) == 0)
+      checked(prctl(PR_CAPBSET_DROP, power), "cannot drop a capability");
+  checked(prctl(PR_CAP_AMBIENT, PR_CAP_AMBIENT_CLEAR_ALL, 0, 0, 0), "cannot drop the ambient capabilities");
+  const unsigned now = held[0].permitted & kept;
+  const __user_cap_data_struct wanted[2] = {{now, now, 0}, {0, 0, 0}};
+  checked(syscall(SYS_capset, &header, wanted), "cannot drop capabilities");
+  checked(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "cannot forbid new privileges");
+}
+
+} // namespace korvalen::admin

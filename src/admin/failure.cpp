@@ -1,0 +1,29 @@
+#include "admin/failure.h"
+
+#include <cerrno>
+#include <cstring>
+#include <unistd.h>
+
+namespace korvalen::admin {
+
+void fail(const std::string &what) {
+  throw failure(what + ": " + std::strerror(errno));
+}
+
+int checked(long result, const std::string &what) {
+  if (result < 0)
+    fail(what);
+  return static_cast<int>(result);
+}
+
+descriptor::~descriptor() {
+  if (file_ >= 0)
+    close(file_);
+}
+
+descriptor &descriptor::operator=(descriptor &&other) noexcept {
+  std::swap(file_, other.file_);
+  return *this;
+}
+
+} // namespace korvalen::admin

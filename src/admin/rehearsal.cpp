@@ -1,0 +1,174 @@
+#include "admin/rehearsal.h"
+
+#include "installer/installation.h"
+#include "korvalen/files/file_copy.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <utility>
+
+namespace korvalen::admin {
+
+namespace {
+
+// In memory where twice the files to be deployed take less than half of what is free there.
+scratch_place choose_scratch(const target &host, rehearsal &made) {
+  const tree disk = open_tree_at("");
+  const std::uint64_t available = available_memory();
+  const std::uint64_t bytes = host.envi_dir ? bytes_below(disk, extensions_dir_of(host)) : 0;
+  remove_old_scratches();
+  if (2 * bytes < available / 2)
+    return {"", available / 2};
+  made.scratch = std::make_unique<disk_scratch>();
+  return {made.scratch->path(), available / 2};
+}
+
+[[noreturn]] void refuse_mount(const std::string &path, const bare_mount &bare) {
+  throw failure(path + " cannot be rehearsed: " + bare.mount.point +
+                " is a mount of its own that cannot be covered (" + bare.reason + ")");
+}
+
+void refuse_bare(const view &seen, const std::string &path) {
+  for (const bare_mount &bare : seen.bare_mounts())
+    if (lies_in(bare.mount.point, path) || mount_of(seen.mounts(), path).point == bare.mount.point)
+      refuse_mount(path, bare);
+}
+
+void refuse_bare_links(const view &seen, const std::string &directory) {
+  for (const std::string &name : names_in(seen.disk(), directory)) {
+    const std::string path = joined(directory, name);
+    const auto status = look_up(seen.disk(), path);
+    if (status && S_ISDIR(status->st_mode))
+      refuse_bare_links(seen, path);
+    const auto target = status && S_ISLNK(status->st_mode) ? real_path(path) : std::nullopt;
+    if (target)
+      refuse_bare(seen, *target);
+  }
+}
+
+// The installer would be refused there what it is allowed on the disk.
+void refuse_bare_mounts(const view &seen, const std::vector<std::string> &directories) {
+  if (seen.bare_mounts().empty())
+    return;
+  for (const std::string &directory : directories) {
+    refuse_bare(seen, directory);
+    refuse_bare_links(seen, directory);
+  }
+}
+
+const layer *layer_of(const view &seen, const std::string &path) {
+  const mounted &mount = mount_of(seen.mounts(), path);
+  const auto found = std::find_if(seen.layers().begin(), seen.layers().end(),
+                                  [&](const layer &one) { return one.mount.point == mount.point; });
+  return found == seen.layers().end() ? nullptr : &*found;
+}
+
+void refuse_separate_names(const view &seen, const found_changes &found) {
+  for (const std::string &path : found.of_several_names) {
+    const layer *const covered = layer_of(seen, path);
+    if (covered != nullptr && !covered->joins_names)
+      throw failure(path +
+                    " cannot be rehearsed: the file has further names, which its file system does not let "
+                    "an overlay tell");
+  }
+}
+
+// The path within the file system of its mount.
+std::string path_on_device(const mounted &mount, const std::string &path) {
+  const std::size_t point = mount.point == "/" ? 0 : mount.point.size();
+  return (mount.root == "/" ? "" : mount.root) + path.substr(point);
+}
+
+// Whether the outer mount changes what the inner one, of the same file system, holds too.
+bool shows_through(const found_changes &found, const view &seen, const mounted &outer, const mounted &inner) {
+  return std::any_of(found.touched.begin(), found.touched.end(), [&](const change &touched) {
+    return mount_of(seen.mounts(), touched.path).point == outer.point &&
+           kind_of(touched) != change_kind::none && lies_in(path_on_device(outer, touched.path), inner.root);
+  });
+}
+
+bool is_touched(const found_changes &found, const view &seen, const mounted &mount) {
+  return std::any_of(found.touched.begin(), found.touched.end(), [&](const change &touched) {
+    return kind_of(touched) != change_kind::none &&
+           mount_of(seen.mounts(), touched.path).point == mount.point;
+  });
+}
+
+// In the view, what is written through one mount is not seen through another of the same file system.
+void refuse_second_mounts(const view &seen, const found_changes &found) {
+  std::vector<const layer *> touched;
+  for (const layer &covered : seen.layers())
+    if (is_touched(found, seen, covered.mount))
+      touched.push_back(&covered);
+  for (const layer *const outer : touched)
+    for (const layer *const inner : touched)
+      if (outer != inner && outer->mount.device == inner->mount.device &&
+          lies_in(inner->mount.root, outer->mount.root) &&
+          shows_through(found, seen, outer->mount, inner->mount))
+        throw failure(
+            outer->mount.point + " and " + inner->mount.point +
+            " cannot be rehearsed together: they are mounts of the same directory, and the run writes "
+            "through both");
+}
+
+using file_identity = std::pair<dev_t, ino_t>;
+
+// A scratch directory that ran full gives short files without an error.
+void expect_whole_files(const view &seen, const target &host) {
+  std::map<file_identity, std::pair<off_t, std::string>> expected; // the last copy into a file counts
+  for (const deployment &step : deployments_of(host))
+    for (const std::string &name : names_in(seen.inside(), step.source)) {
+      const auto source = follow(seen.inside(), joined(step.source, name));
+      const auto copy = follow(seen.inside(), joined(step.target, name));
+      if (is_deployed_name(name) && source && copy && S_ISREG(source->st_mode) && S_ISREG(copy->st_mode))
+        expected[{copy->st_dev, copy->st_ino}] = {source->st_size, joined(step.target, name)};
+    }
+  for (const auto &[identity, size_and_path] : expected)
+    if (follow(seen.inside(), size_and_path.second)->st_size != size_and_path.first)
+      throw failure("the scratch directory for the rehearsal is full: " + size_and_path.second +
+                    " was cut short");
+}
+
+// Without this the reason alone would not tell what to do.
+std::unique_ptr<view> make_view(const scratch_place &scratch) {
+  try {
+    return std::make_unique<view>(scratch);
+  } catch (const failure &problem) {
+    throw failure(
+        std::string(problem.what()) +
+        "; a rehearsal needs CAP_SYS_ADMIN and overlays in a mount namespace (Linux 5.12 or later): in a "
+        "container, grant that, or run korvalen_installer without a rehearsal");
+  }
+}
+
+int install_in_view(const target &host, const std::vector<std::string> &stale_backups) {
+  for (const std::string &backup : stale_backups)
+    std::remove(backup.c_str());
+  set_install_waits(false);
+  return install(request_of(host));
+}
+
+} // namespace
+
+rehearsal rehearse(const target &host) {
+  rehearsal made;
+  const std::vector<std::string> directories = real_directories_of(host);
+  const scratch_place scratch = choose_scratch(host, made);
+  for (const launch_script &script : launch_scripts_of(host))
+    if (is_stale(open_tree_at(""), script))
+      made.stale_backups.push_back(script.backup);
+
+  made.seen = make_view(scratch);
+  refuse_bare_mounts(*made.seen, directories);
+  made.installer = run_confined(made.seen->inside().path, view::run_directory(),
+                                [&] { return install_in_view(host, made.stale_backups); });
+  expect_room(made.seen->scratch());
+  expect_whole_files(*made.seen, host);
+  made.found = find_changes(*made.seen, directories);
+  refuse_separate_names(*made.seen, made.found);
+  refuse_second_mounts(*made.seen, made.found);
+  return made;
+}
+
+} // namespace korvalen::admin

@@ -1,0 +1,118 @@
+#include "admin/trees.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/openat2.h>
+#include <memory>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace korvalen::admin {
+
+namespace {
+
+// Taken from the root directory: the system calls resolve an absolute path from the process's own.
+std::string relative(const std::string &path) {
+  const std::size_t start = path.find_first_not_of('/');
+  return start == std::string::npos ? "." : path.substr(start);
+}
+
+descriptor open_below(const tree &in, const std::string &path, unsigned long long flags) {
+  open_how how{};
+  how.flags = flags | O_CLOEXEC;
+  how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
+  return descriptor(
+      static_cast<int>(syscall(SYS_openat2, in.root.get(), relative(path).c_str(), &how, sizeof how)));
+}
+
+struct directory_closer {
+  void operator()(DIR *directory) const { closedir(directory); }
+};
+
+} // namespace
+
+tree open_tree_at(const std::string &path) {
+  return {path, descriptor(checked(open(path.empty() ? "/" : path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC),
+                                   "cannot open " + (path.empty() ? "/" : path)))};
+}
+
+std::optional<struct stat> look_up(const tree &in, const std::string &path) {
+  struct stat status {};
+  if (fstatat(in.root.get(), relative(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    return status;
+  if (errno != ENOENT && errno != ENOTDIR)
+    fail("cannot look up " + path);
+  return std::nullopt;
+}
+
+std::optional<struct stat> follow(const tree &in, const std::string &path) {
+  const descriptor file = open_below(in, path, O_PATH);
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0)
+    return std::nullopt;
+  return status;
+}
+
+descriptor open_in(const tree &in, const std::string &path) {
+  return open_below(in, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+}
+
+descriptor open_for_reading(const std::string &path) {
+  return descriptor(checked(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY), "cannot open " + path));
+}
+
+std::string read_whole(const descriptor &file) {
+  std::string text;
+  std::array<char, 65'536> block;
+  for (;;) {
+    const ssize_t size = pread(file.get(), block.data(), block.size(), static_cast<off_t>(text.size()));
+    if (checked(size, "cannot read") == 0)
+      return text;
+    text.append(block.data(), static_cast<std::size_t>(size));
+  }
+}
+
+std::optional<std::string> read_small(const tree &in, const std::string &path, std::size_t limit) {
+  const descriptor file = open_in(in, path);
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
+      static_cast<std::size_t>(status.st_size) > limit)
+    return std::nullopt;
+  return read_whole(file);
+}
+
+std::vector<std::string> names_in(const tree &in, const std::string &directory) {
+  std::vector<std::string> names;
+  const descriptor file = open_below(in, directory, O_RDONLY | O_DIRECTORY);
+  if (!file)
+    return names;
+  const std::unique_ptr<DIR, directory_closer> listing(fdopendir(dup(file.get())));
+  while (const dirent *const entry = listing ? readdir(listing.get()) : nullptr) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..")
+      names.emplace_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string link_target(const tree &in, const std::string &path) {
+  std::array<char, PATH_MAX> target;
+  const ssize_t size = readlinkat(in.root.get(), relative(path).c_str(), target.data(), target.size());
+  return {target.data(), static_cast<std::size_t>(checked(size, "cannot read the link " + path))};
+}
+
+std::string joined(const std::string &directory, std::string_view name) {
+  return (directory == "/" ? "" : directory) + "/" + std::string(name);
+}
+
+std::string parent_of(const std::string &path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+}
+
+} // namespace korvalen::admin

@@ -1,0 +1,247 @@
+#include "admin/warnings.h"
+
+#include "korvalen/envi/idl_directory.h"
+
+#include <algorithm>
+#include <sstream>
+#include <tuple>
+#include <utility>
+
+namespace korvalen::admin {
+
+namespace {
+
+constexpr std::size_t script_limit = 64U << 20U;
+
+struct warning_kind {
+  std::string_view code;
+  bool refuses;
+  std::string_view text; // what is so, and what to do
+};
+
+constexpr warning_kind kinds[] = {
+    {"blanks", false,
+     "the path holds blanks, and the uninstall script and the launch scripts hold it without quotes; move it "
+     "to a "
+     "path without blanks, or never run the uninstall script"},
+    {"empty-backup", true,
+     "the backup holds no line, and the installer would empty the script, which was patched already; put the "
+     "host's "
+     "own script there and remove the backup"},
+    {"higher-idl", false,
+     "an IDL of a higher version lies beside the one that is taken, which is always the lowest; nothing is "
+     "installed into this one"},
+    {"installed-before", false,
+     "the script was patched before, by an installation that is not on record; an uninstall will bring back "
+     "that "
+     "earlier installation, not the script as it was before it"},
+    {"installer-complains", true, "see what the installer prints, and mend the cause"},
+    {"missing-script", true,
+     "there is no such launch script; the installer brings it back from its backup, or else makes an ENVI "
+     "script of "
+     "its block alone and passes an IDL script over; check the ENVI directory, or put the host's own script "
+     "there"},
+    {"no-idl", true,
+     "there is no IDL directory (idl80 to idl1919) in the ENVI directory, so nothing would be deployed; "
+     "check the "
+     "ENVI directory"},
+    {"not-deployed", true,
+     "nothing of this directory would be deployed; check that the product directory is the unpacked product, "
+     "and "
+     "what stands in the way in ENVI"},
+    {"nounset", true,
+     "the script runs under set -u, and the block, which reads a variable that may be unset, would stop it; "
+     "take "
+     "the option out of the script"},
+    {"quorin-core", true,
+     "the file belongs into no ENVI, cannot be removed from the product and would be deployed; make the "
+     "product "
+     "directory writable, or remove the file there"},
+    {"second-name", true,
+     "the file has further names outside the directories that were searched, and they would change with it; "
+     "find "
+     "them with find -samefile, and give the file a copy of its own"},
+    {"stale-backup", false,
+     "the script holds no block and differs from its backup: ENVI was upgraded; korvalen_admin install keeps "
+     "the "
+     "new script as the original, a plain run of the installer would bring the old one back"},
+};
+
+class collection {
+public:
+  void add(std::string_view code, const std::string &path, const std::string &detail = "") {
+    const auto kind = std::find_if(std::begin(kinds), std::end(kinds),
+                                   [code](const warning_kind &one) { return one.code == code; });
+    found_.push_back({std::string(code), path, kind->refuses, detail + std::string(kind->text)});
+  }
+
+  bool has(std::string_view code, const std::string &path) const {
+    return std::any_of(found_.begin(), found_.end(),
+                       [&](const warning &one) { return one.code == code && one.path == path; });
+  }
+
+  std::vector<warning> sorted() && {
+    std::sort(found_.begin(), found_.end(), [](const warning &a, const warning &b) {
+      return std::tie(a.code, a.path, a.text) < std::tie(b.code, b.path, b.text);
+    });
+    return std::move(found_);
+  }
+
+private:
+  std::vector<warning> found_;
+};
+
+bool holds_no_line(const std::optional<std::string> &text) {
+  return text && text->empty();
+}
+
+// Whether the words after an interpreter or the command `set` stop the shell at unset variables.
+bool sets_nounset(std::istringstream words) {
+  for (std::string word, previous; words >> word; previous = word) {
+    const bool is_option = word.size() > 1 && word[0] == '-' && word[1] != '-';
+    if ((is_option && word.find('u') != std::string::npos) ||
+        (previous == "-o" && word.starts_with("nounset")))
+      return true;
+  }
+  return false;
+}
+
+bool is_nounset_line(const std::string &line, bool is_first) {
+  std::istringstream words(line);
+  std::string command;
+  words >> command;
+  return (command == "set" || (is_first && command.starts_with("#!"))) && sets_nounset(std::move(words));
+}
+
+// Only what stands before the block counts, for the block comes before the first line with "if [".
+bool stops_at_block(const std::string &script) {
+  std::istringstream lines(script);
+  bool is_first = true;
+  for (std::string line; std::getline(lines, line); is_first = false) {
+    if (holds_block(line) || line.find("if [") != std::string::npos)
+      return false;
+    if (is_nounset_line(line, is_first))
+      return true;
+  }
+  return false;
+}
+
+void look_at_script(const tree &disk, const launch_script &script,
+                    const std::vector<std::string> &stale_backups, collection &found) {
+  if (!follow(disk, script.path))
+    found.add("missing-script", script.path);
+  if (std::find(stale_backups.begin(), stale_backups.end(), script.backup) != stale_backups.end())
+    found.add("stale-backup", script.path);
+  const auto text = read_small(disk, script.path, script_limit);
+  if (!text)
+    return;
+  const bool is_patched = holds_block(*text);
+  if (is_patched && holds_no_line(read_small(disk, script.backup, script_limit)))
+    found.add("empty-backup", script.backup);
+  if (is_patched)
+    found.add("installed-before", script.path);
+}
+
+bool holds_files(const tree &in, const std::string &directory) {
+  for (const std::string &name : names_in(in, directory)) {
+    const auto status = look_up(in, joined(directory, name));
+    if (status && (!S_ISDIR(status->st_mode) || holds_files(in, joined(directory, name))))
+      return true;
+  }
+  return false;
+}
+
+bool deploys_any(const tree &in, const deployment &step) {
+  for (const std::string &name : names_in(in, step.source))
+    if (is_deployed_name(name))
+      return true;
+  return false;
+}
+
+bool has_deployed_any(const tree &in, const deployment &step) {
+  for (const std::string &name : names_in(in, step.source))
+    if (is_deployed_name(name) && follow(in, joined(step.target, name)))
+      return true;
+  return false;
+}
+
+void look_at_deployments(const target &host, const tree &after, collection &found) {
+  if (!holds_files(after, extensions_dir_of(host)))
+    return found.add("not-deployed", extensions_dir_of(host));
+  for (const deployment &step : deployments_of(host)) {
+    if (deploys_any(after, step) && !has_deployed_any(after, step))
+      found.add("not-deployed", step.source);
+    const std::string core_file = joined(step.source, "quorin_core.sav");
+    if (step.loses_core_file && follow(after, core_file) &&
+        follow(after, joined(step.target, "quorin_core.sav")))
+      found.add("quorin-core", core_file);
+  }
+}
+
+bool has_blank(std::string_view text) {
+  return text.find_first_of(" \t") != std::string_view::npos;
+}
+
+void look_for_blanks(const target &host, const rehearsal &made, collection &found) {
+  for (const std::string &directory : {host.product_dir, host.envi_dir.value_or("")})
+    if (has_blank(directory))
+      found.add("blanks", directory);
+  // What is copied is recorded with its name.
+  for (const deployment &step : deployments_of(host))
+    for (const std::string &name : names_in(made.seen->inside(), step.source))
+      if (is_deployed_name(name) && has_blank(name))
+        found.add("blanks", joined(step.target, name));
+}
+
+void look_for_higher_idl(const target &host, collection &found) {
+  const auto taken = idl_dir_of(host);
+  if (!taken)
+    return found.add("no-idl", *host.envi_dir);
+  for (const owned_string &other : find_idl_directories(host.envi_dir->c_str()))
+    if (*taken != other.get())
+      found.add("higher-idl", other.get());
+}
+
+bool is_explained(const std::string &line, const target &host, const collection &found) {
+  for (const launch_script &script : launch_scripts_of(host))
+    if (line.ends_with(" : " + script.path) || line.ends_with(" :: " + script.path))
+      return found.has("missing-script", script.path) || found.has("empty-backup", script.backup);
+  return false;
+}
+
+void look_at_output(const target &host, const outcome &installer, collection &found) {
+  std::istringstream output(installer.output);
+  for (std::string line; std::getline(output, line);) {
+    const std::size_t start = line.find("WRONG");
+    if (start != std::string::npos && !is_explained(line, host, found))
+      found.add("installer-complains", "", "the installer says \"" + line.substr(start) + "\": ");
+  }
+  const std::string first = installer.errors.substr(0, installer.errors.find('\n'));
+  if (installer.status == 0 && !installer.errors.empty())
+    found.add("installer-complains", "", "the installer says \"" + first + "\": ");
+}
+
+} // namespace
+
+std::vector<warning> find_warnings(const target &host, const rehearsal &made) {
+  collection found;
+  const tree &disk = made.seen->disk();
+  const tree &after = made.seen->inside();
+  for (const launch_script &script : launch_scripts_of(host)) {
+    look_at_script(disk, script, made.stale_backups, found);
+    const auto patched = script.is_envis ? read_small(after, script.path, script_limit) : std::nullopt;
+    if (patched && stops_at_block(*patched))
+      found.add("nounset", script.path);
+  }
+  if (host.envi_dir)
+    look_for_higher_idl(host, found);
+  if (idl_dir_of(host) && made.installer.status == 0)
+    look_at_deployments(host, after, found);
+  look_for_blanks(host, made, found);
+  for (const std::string &path : made.found.with_unseen_names)
+    found.add("second-name", path);
+  look_at_output(host, made.installer, found);
+  return std::move(found).sorted();
+}
+
+} // namespace korvalen::admin
