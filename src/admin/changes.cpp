@@ -19,6 +19,7 @@ struct shared_file {
 
 struct search {
   const view &seen;
+  hashing hashed;
   std::map<std::string, change> touched;
   std::map<file_identity, shared_file> shared_files; // touched files of several names
 };
@@ -42,10 +43,20 @@ bool keeps_bytes(const std::string &written) {
   return has_attribute(written, "trusted.overlay.metacopy");
 }
 
-// Only where size does not tell whether the bytes are the same.
-void add_hashes(const view &seen, change &touched) {
+void add_hash(const tree &in, const std::string &path, state &one) {
+  if (one.type == file_type::file)
+    one.hash = hash_of(in, path);
+}
+
+void add_hashes(const search &all, change &touched, bool bytes_may_differ) {
+  const view &seen = all.seen;
+  if (all.hashed == hashing::always) {
+    add_hash(seen.disk(), touched.path, touched.before);
+    add_hash(seen.inside(), touched.path, touched.after);
+    return;
+  }
   const bool are_files = touched.before.type == file_type::file && touched.after.type == file_type::file;
-  if (!are_files || touched.before.size != touched.after.size)
+  if (!bytes_may_differ || !are_files || touched.before.size != touched.after.size)
     return;
   touched.before.hash = hash_of(seen.disk(), touched.path);
   touched.after.hash = hash_of(seen.inside(), touched.path);
@@ -59,6 +70,7 @@ change &note(search &all, const std::string &path, bool bytes_may_differ) {
   touched.path = path;
   if (const auto status = look_up(all.seen.disk(), path)) {
     touched.before = state_of(all.seen.disk(), path, *status);
+    touched.stood = identity_of(*status);
     if (is_shared_file(*status)) {
       shared_file &file = all.shared_files[{status->st_dev, status->st_ino}];
       file.names = status->st_nlink;
@@ -66,8 +78,7 @@ change &note(search &all, const std::string &path, bool bytes_may_differ) {
     }
   }
   touched.after = state_of(all.seen.inside(), path);
-  if (bytes_may_differ)
-    add_hashes(all.seen, touched);
+  add_hashes(all, touched, bytes_may_differ);
   return touched;
 }
 
@@ -159,8 +170,17 @@ change_kind kind_of(const change &change) {
   return before.owner != after.owner || before.group != after.group ? change_kind::owner : change_kind::none;
 }
 
-found_changes find_changes(const view &seen, const std::vector<std::string> &directories) {
-  search all{seen, {}, {}};
+identity identity_of(const struct stat &status) {
+  return {status.st_dev, status.st_ino, status.st_size, status.st_ctim};
+}
+
+bool is_same(const identity &a, const identity &b) {
+  return a.device == b.device && a.inode == b.inode && a.size == b.size &&
+         a.changed.tv_sec == b.changed.tv_sec && a.changed.tv_nsec == b.changed.tv_nsec;
+}
+
+found_changes find_changes(const view &seen, const std::vector<std::string> &directories, hashing hashed) {
+  search all{seen, hashed, {}, {}};
   for (const layer &covered : seen.layers())
     note_written(all, covered.mount.point, covered.changes);
   if (!all.shared_files.empty())

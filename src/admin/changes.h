@@ -9,16 +9,31 @@
 
 namespace korvalen::admin {
 
+// Tells whether what stands at a path is the same and as it was.
+struct identity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  off_t size = 0;
+  timespec changed{};
+};
+
+identity identity_of(const struct stat &status);
+bool is_same(const identity &a, const identity &b);
+
 struct change {
   std::string path; // real: no component is a link, but the last when the change is of the link itself
   state before;
   state after;
+  std::optional<identity> stood = {}; // what stood there before
 };
 
 enum class change_kind { none, created, removed, type, content, mode, owner };
 
 // The first that holds, or `none` where nothing differs.
 change_kind kind_of(const change &change);
+
+// Which files are hashed: those whose size does not tell whether their bytes differ, or all.
+enum class hashing { where_needed, always };
 
 struct found_changes {
   std::vector<change> touched; // every path that was written, sorted; of some of them nothing changed
@@ -29,6 +44,6 @@ struct found_changes {
 // Compares what was touched in the view with the disk. Further names of a touched file are touched too; they
 // are looked for beside it and below the directories, which are real paths. Throws a failure when something
 // cannot be read.
-found_changes find_changes(const view &seen, const std::vector<std::string> &directories);
+found_changes find_changes(const view &seen, const std::vector<std::string> &directories, hashing hashed);
 
 } // namespace korvalen::admin

@@ -1,5 +1,6 @@
 #include "admin/command_line.h"
 
+#include "admin/warnings.h"
 #include "installer/command_line.h"
 
 #include <algorithm>
@@ -14,12 +15,20 @@ namespace korvalen::admin {
 
 namespace {
 
-constexpr const char *description = "Shows beforehand what korvalen_installer would change.";
+constexpr const char *description =
+    "Shows beforehand what korvalen_installer would change, installs all or nothing, checks, and takes back.";
 constexpr const char *man_page = "The man page: man korvalen_admin";
 constexpr const char *version = "korvalen_admin " KORVALEN_VERSION;
 
 const std::map<std::string, color_choice> color_choices = {
     {"auto", color_choice::automatic}, {"always", color_choice::always}, {"never", color_choice::never}};
+
+const std::map<std::string, std::string> commands = {
+    {"plan", "Show every change that an installation would make"},
+    {"install", "Install all or nothing, and put it on record"},
+    {"verify", "Check that an installation stands as it was left"},
+    {"uninstall", "Bring back exactly what was before"},
+};
 
 struct given {
   command made;
@@ -28,7 +37,7 @@ struct given {
   std::string color = "auto";
 };
 
-void add_common_arguments(CLI::App &app, given &arguments, CLI::Option *&envi_dir) {
+CLI::Option *add_common_arguments(CLI::App &app, given &arguments) {
   app.add_flag("--local", arguments.made.host.local_layout, "The local layout: nothing goes to /etc");
   app.add_flag("--json", arguments.made.json, "One JSON object on standard output");
   app.add_option("--color", arguments.color, "auto (on a terminal), always or never")
@@ -37,9 +46,9 @@ void add_common_arguments(CLI::App &app, given &arguments, CLI::Option *&envi_di
   app.add_option("PRODUCT_DIR", arguments.product_dir, "The directory into which the product was unpacked")
       ->required()
       ->type_name("");
-  envi_dir =
-      app.add_option("ENVI_DIR", arguments.envi_dir, "The ENVI installation; without it, no ENVI is touched")
-          ->type_name("");
+  return app
+      .add_option("ENVI_DIR", arguments.envi_dir, "The ENVI installation; without it, no ENVI is touched")
+      ->type_name("");
 }
 
 // What the installer says of the request, without its name.
@@ -77,7 +86,7 @@ std::string plain_path(const std::string &path, const std::string &directory) {
 }
 
 std::string named_command(int argc, char **argv) {
-  return argc > 1 && argv[1] == std::string_view("plan") ? argv[1] : "";
+  return argc > 1 && commands.contains(argv[1]) ? argv[1] : "";
 }
 
 bool asks_for_json(int argc, char **argv) {
@@ -86,15 +95,22 @@ bool asks_for_json(int argc, char **argv) {
 
 command read_arguments(int argc, char **argv) {
   given arguments;
-  CLI::Option *envi_dir = nullptr;
+
   CLI::App app(description, "korvalen_admin");
   app.set_version_flag("--version", version);
   app.set_help_flag("--help", "Print this");
   app.require_subcommand(1);
   app.footer(man_page);
-  CLI::App *const plan =
-      app.add_subcommand("plan", "Show every change that an installation would make; needs root");
-  add_common_arguments(*plan, arguments, envi_dir);
+  std::map<std::string, CLI::Option *> envi_dirs;
+  for (const auto &[name, purpose] : commands)
+    envi_dirs[name] = add_common_arguments(*app.add_subcommand(name, purpose), arguments);
+  app.get_subcommand("install")
+      ->add_option("--force", arguments.made.forced, "Install in spite of the warning with this code")
+      ->type_name("CODE")
+      ->allow_extra_args(false)
+      ->check(CLI::IsMember(refusing_codes()).description(""));
+  app.get_subcommand("uninstall")
+      ->add_flag("--plan", arguments.made.only_plan, "Show all of it and touch nothing");
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForVersion &) {
@@ -111,7 +127,7 @@ command read_arguments(int argc, char **argv) {
   if (arguments.product_dir.empty())
     throw failure("product directory \"\" refused: it is empty");
   made.host.product_dir = absolute(arguments.product_dir);
-  if (envi_dir->count() > 0) {
+  if (envi_dirs.at(made.name)->count() > 0) {
     refuse_unusable_envi_dir(arguments.envi_dir);
     made.host.envi_dir = absolute(arguments.envi_dir);
   }

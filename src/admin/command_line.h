@@ -12,9 +12,11 @@ namespace korvalen::admin {
 enum class color_choice { automatic, always, never };
 
 struct command {
-  std::string name; // "plan"
+  std::string name; // "plan", "install", "verify" or "uninstall"
   target host;
   bool json = false;
+  bool only_plan = false;          // of an uninstallation
+  std::vector<std::string> forced; // codes of warnings that do not refuse
   color_choice color = color_choice::automatic;
 };
 

@@ -3,6 +3,7 @@
 #include "admin/failure.h"
 #include "admin/trees.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -42,9 +43,10 @@ void die_with_parent() {
   checked(prctl(PR_SET_PDEATHSIG, SIGKILL), "cannot ask to die with the parent");
 }
 
-void enter(const std::string &root, const std::string &directory) {
-  checked(chroot(root.c_str()), "cannot enter " + root);
-  checked(chdir(directory.c_str()), "cannot enter " + directory);
+void enter(const child_settings &settings) {
+  if (!settings.root.empty())
+    checked(chroot(settings.root.c_str()), "cannot enter " + settings.root);
+  checked(chdir(settings.directory.c_str()), "cannot enter " + settings.directory);
 }
 
 void replace_output(const descriptor &output, const descriptor &errors) {
@@ -57,8 +59,15 @@ void replace_input() {
   checked(dup2(nothing.get(), STDIN_FILENO), "cannot replace standard input");
 }
 
-void close_all_others() {
-  checked(syscall(SYS_close_range, STDERR_FILENO + 1, ~0U, 0), "cannot close files");
+void close_files(int first, unsigned last) {
+  if (static_cast<unsigned>(first) <= last)
+    checked(syscall(SYS_close_range, first, last, 0), "cannot close files");
+}
+
+void close_all_but(int kept_file) {
+  const int kept = std::max(kept_file, STDERR_FILENO);
+  close_files(STDERR_FILENO + 1, static_cast<unsigned>(kept) - 1);
+  close_files(kept + 1, ~0U);
 }
 
 int wait_for(pid_t child) {
@@ -70,9 +79,8 @@ int wait_for(pid_t child) {
 }
 
 // The first process of a process namespace: all others die with it.
-[[noreturn]] void begin_and_wait(const std::string &root, const std::string &directory,
-                                 const descriptor &output, const descriptor &errors,
-                                 const std::function<int()> &code) {
+[[noreturn]] void begin_and_wait(const child_settings &settings, const descriptor &output,
+                                 const descriptor &errors, const std::function<int()> &code) {
   int status = could_not_begin;
   try {
     replace_output(output, errors);
@@ -82,11 +90,12 @@ int wait_for(pid_t child) {
     if (child > 0)
       _exit(wait_for(child));
     die_with_parent();
-    enter(root, directory);
+    enter(settings);
     replace_input();
-    close_all_others();
+    close_all_but(settings.kept_file);
     set_surroundings();
-    drop_powers();
+    if (settings.drops_powers)
+      drop_powers();
     on_exit(end_at_once, nullptr);
     status = code();
   } catch (const failure &problem) {
@@ -98,19 +107,23 @@ int wait_for(pid_t child) {
 
 } // namespace
 
-outcome run_confined(const std::string &root, const std::string &directory,
-                     const std::function<int()> &code) {
+outcome run_child(const child_settings &settings, const std::function<int()> &code) {
   const descriptor output = memory_file("output");
   const descriptor errors = memory_file("errors");
   std::cout.flush();
   std::fflush(nullptr);
   const pid_t child = checked(fork(), "cannot make a child process");
   if (child == 0)
-    begin_and_wait(root, directory, output, errors, code);
+    begin_and_wait(settings, output, errors, code);
   outcome result{wait_for(child), read_whole(output), read_whole(errors)};
   if (result.status == could_not_begin)
     throw failure(result.errors.substr(0, result.errors.find('\n')));
   return result;
+}
+
+outcome run_confined(const std::string &root, const std::string &directory,
+                     const std::function<int()> &code) {
+  return run_child({root, directory, true}, code);
 }
 
 void set_surroundings() {

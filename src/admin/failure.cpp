@@ -7,7 +7,8 @@
 namespace korvalen::admin {
 
 void fail(const std::string &what) {
-  throw failure(what + ": " + std::strerror(errno));
+  const int reason = errno;
+  throw failure(what + ": " + std::strerror(reason), reason);
 }
 
 int checked(long result, const std::string &what) {

@@ -10,7 +10,12 @@ namespace korvalen::admin {
 // Ends the command with status 1. Its text is the line that the user gets.
 class failure : public std::runtime_error {
 public:
-  using std::runtime_error::runtime_error;
+  explicit failure(const std::string &text, int reason = 0) : std::runtime_error(text), reason_(reason) {}
+  // The system's reason, or 0.
+  int reason() const { return reason_; }
+
+private:
+  int reason_;
 };
 
 // Throws a failure that names what could not be done and the system's reason in errno.

@@ -45,6 +45,11 @@ struct released_by_free {
 
 } // namespace
 
+std::optional<std::string> real_path(const std::string &path) {
+  const std::unique_ptr<char, released_by_free> real(realpath(path.c_str(), nullptr));
+  return real ? std::optional<std::string>(real.get()) : std::nullopt;
+}
+
 install_request request_of(const target &host) {
   return {const_cast<char *>(host.product_dir.c_str()), host.envi_dir ? host.envi_dir->c_str() : nullptr,
           host.local_layout};
@@ -70,6 +75,13 @@ std::vector<launch_script> launch_scripts_of(const target &host) {
   return scripts;
 }
 
+std::string real_script_path(const launch_script &script) {
+  if (const auto real = real_path(script.path))
+    return *real;
+  const std::string name = script.path.substr(script.path.rfind('/') + 1);
+  return joined(real_path(parent_of(script.path)).value_or(parent_of(script.path)), name);
+}
+
 std::string extensions_dir_of(const target &host) {
   return parent_of(extension_source(host.product_dir.c_str(), extensions_version, "envi").get());
 }
@@ -89,11 +101,6 @@ std::vector<deployment> deployments_of(const target &host) {
 
 bool is_deployed_name(std::string_view name) {
   return !name.starts_with('.') && name.find('.') != std::string_view::npos;
-}
-
-std::optional<std::string> real_path(const std::string &path) {
-  const std::unique_ptr<char, released_by_free> real(realpath(path.c_str(), nullptr));
-  return real ? std::optional<std::string>(real.get()) : std::nullopt;
 }
 
 std::vector<std::string> real_directories_of(const target &host) {

@@ -37,6 +37,9 @@ struct launch_script {
 // is an IDL directory.
 std::vector<launch_script> launch_scripts_of(const target &host);
 
+// Where the script really stands: where it is a link, its target is what changes.
+std::string real_script_path(const launch_script &script);
+
 // A directory of the product and the one that it is deployed into.
 struct deployment {
   std::string source;

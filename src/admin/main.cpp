@@ -1,15 +1,23 @@
-// korvalen_admin: see before what the installer changes.
+// korvalen_admin: see before, install all or nothing, check, take back.
 
 #include "admin/command_line.h"
 #include "admin/failure.h"
+#include "admin/install.h"
 #include "admin/plan.h"
+#include "admin/report.h"
 #include "admin/texts.h"
+#include "admin/uninstall.h"
+#include "admin/verify.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
 #include <iostream>
+#include <map>
+#include <set>
+#include <string>
 #include <unistd.h>
 
 using namespace korvalen::admin;
@@ -27,32 +35,48 @@ void open_closed_streams() {
   }
 }
 
-int tell_failure(const command &given, const std::string &problem) {
-  if (given.json) {
-    report told;
-    told.command = given.name;
-    told.status = 1;
-    told.error = problem;
-    write_json(std::cout, told);
-  } else {
-    std::cerr << "korvalen_admin: " << visible(problem) << std::endl;
-  }
-  return 1;
+using carry_out = void (*)(const command &given, report &told);
+
+const std::map<std::string, carry_out> commands = {
+    {"plan", plan}, {"install", install_product}, {"verify", verify}, {"uninstall", uninstall}};
+
+bool wants_colors(const command &given) {
+  const char *const no_color = std::getenv("NO_COLOR");
+  if (given.color == color_choice::automatic)
+    return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
+  return given.color == color_choice::always;
+}
+
+void tell(const command &given, const report &told) {
+  if (given.json)
+    return write_json(std::cout, told);
+  std::set<std::string> scripts;
+  for (const launch_script &script : launch_scripts_of(given.host))
+    scripts.insert(real_script_path(script));
+  write_text(std::cout, told,
+             {wants_colors(given), [&](const std::string &path) { return scripts.contains(path); }});
+  std::cout.flush();
+  if (!told.error.empty())
+    std::cerr << "korvalen_admin: " << visible(told.error) << std::endl;
 }
 
 int run(int argc, char **argv) {
   command given;
-  given.name = named_command(argc, argv);
   given.json = asks_for_json(argc, argv);
+  report told;
+  told.command = named_command(argc, argv);
   try {
     given = read_arguments(argc, argv);
-    return plan(given, std::cout);
+    commands.at(given.name)(given, told);
   } catch (const answer &text) {
     std::cout << text.what() << '\n';
     return 0;
   } catch (const std::exception &problem) {
-    return tell_failure(given, problem.what());
+    told.status = 1;
+    told.error = problem.what();
   }
+  tell(given, told);
+  return told.status;
 }
 
 } // namespace

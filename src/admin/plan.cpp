@@ -1,12 +1,12 @@
 #include "admin/plan.h"
 
 #include "admin/diff.h"
-#include "admin/rehearsal.h"
 #include "admin/space.h"
+#include "admin/store.h"
+#include "admin/texts.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <set>
+#include <memory>
 #include <unistd.h>
 
 namespace korvalen::admin {
@@ -14,6 +14,8 @@ namespace korvalen::admin {
 namespace {
 
 constexpr std::size_t largest_shown = 1U << 20U;
+
+} // namespace
 
 std::string diff_of(const rehearsal &made, const change &told) {
   if (kind_of(told) != change_kind::content || told.after.type != file_type::file)
@@ -25,18 +27,12 @@ std::string diff_of(const rehearsal &made, const change &told) {
   return unified_diff(told.path, *before, *after);
 }
 
-bool changes_something(const rehearsal &made) {
-  return std::any_of(made.found.touched.begin(), made.found.touched.end(),
+bool changes_something(const std::vector<change> &changes) {
+  return std::any_of(changes.begin(), changes.end(),
                      [](const change &one) { return kind_of(one) != change_kind::none; });
 }
 
-// The first line that says something.
-std::string first_line(const std::string &text) {
-  const std::size_t start = text.find_first_not_of('\n');
-  return start == std::string::npos ? "" : text.substr(start, text.find('\n', start) - start);
-}
-
-std::string error_of(const rehearsal &made) {
+std::string find_obstacle(const rehearsal &made) {
   const outcome &installer = made.installer;
   if (installer.status != 0)
     return "the installer would end with status " + std::to_string(installer.status) + ": " +
@@ -44,51 +40,23 @@ std::string error_of(const rehearsal &made) {
   return find_missing_space(*made.seen, made.found.touched);
 }
 
-bool wants_colors(const command &given) {
-  const char *const no_color = std::getenv("NO_COLOR");
-  if (given.color == color_choice::automatic)
-    return isatty(STDOUT_FILENO) != 0 && (no_color == nullptr || *no_color == '\0');
-  return given.color == color_choice::always;
-}
-
-// Where a script is a link, its target is what changes.
-std::set<std::string> real_scripts_of(const target &host) {
-  std::set<std::string> paths;
-  for (const launch_script &script : launch_scripts_of(host)) {
-    const auto real = real_path(script.path);
-    const auto directory = real_path(parent_of(script.path));
-    if (real || directory)
-      paths.insert(real ? *real : joined(*directory, script.path.substr(script.path.rfind('/') + 1)));
-  }
-  return paths;
-}
-
-} // namespace
-
-void write_report(std::ostream &out, const command &given, const report &told) {
-  if (given.json)
-    return write_json(out, told);
-  const std::set<std::string> scripts = real_scripts_of(given.host);
-  write_text(out, told,
-             {wants_colors(given), [&scripts](const std::string &path) { return scripts.contains(path); }});
-}
-
-int plan(const command &given, std::ostream &out) {
+void plan(const command &given, report &told) {
   if (geteuid() != 0)
     throw failure("plan needs root: it looks at the disk as the installer would");
-  const rehearsal made = rehearse(given.host);
-  report told;
-  told.command = given.name;
-  told.error = error_of(made);
-  told.status = !told.error.empty() ? 1 : changes_something(made) ? 2 : 0;
-  told.installer = made.installer;
-  told.changes = made.found.touched;
-  told.warnings = find_warnings(given.host, made);
-  told.diff_of = [&made](const change &one) { return diff_of(made, one); };
-  write_report(out, given, told);
-  if (!given.json && !told.error.empty())
-    throw failure(told.error);
-  return told.status;
+  const store kept(access::share);
+  if (kept.read_journal())
+    throw failure(
+        "an installation was interrupted; give the command install or uninstall, which takes it back first");
+  const auto made = std::make_shared<const rehearsal>(rehearse(given.host, hashing::where_needed));
+  told.installer = made->installer;
+  told.changes = made->found.touched;
+  told.warnings = find_warnings(given.host, *made, kept.read_receipt());
+  told.diff_of = [made](const change &one) { return diff_of(*made, one); };
+  told.error = find_obstacle(*made);
+  const bool changes = changes_something(told.changes);
+  told.status = !told.error.empty() ? 1 : changes ? 2 : 0;
+  if (!changes)
+    told.notes.emplace_back("Nothing would change");
 }
 
 } // namespace korvalen::admin

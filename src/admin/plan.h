@@ -2,17 +2,25 @@
 #pragma once
 
 #include "admin/command_line.h"
+#include "admin/rehearsal.h"
 #include "admin/report.h"
 
-#include <ostream>
+#include <string>
+#include <vector>
 
 namespace korvalen::admin {
 
-// Writes the report and returns the exit status: 0 when nothing would change, 2 when something would, 1 when
-// the installer would fail. Throws a failure when no plan can be made.
-int plan(const command &given, std::ostream &out);
+// Fills the report: status 0 when nothing would change, 2 when something would, 1 when the installer would
+// fail. Throws a failure when no plan can be made. Its differences are made from the view, which lives as
+// long as the report.
+void plan(const command &given, report &told);
 
-// Writes a report in the form that the command asks for.
-void write_report(std::ostream &out, const command &given, const report &told);
+// Why the installation cannot be, or empty.
+std::string find_obstacle(const rehearsal &made);
+
+// The difference that a change makes to a text file; empty for other changes and for large or binary files.
+std::string diff_of(const rehearsal &made, const change &told);
+
+bool changes_something(const std::vector<change> &changes);
 
 } // namespace korvalen::admin

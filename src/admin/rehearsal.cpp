@@ -142,16 +142,15 @@ std::unique_ptr<view> make_view(const scratch_place &scratch) {
   }
 }
 
-int install_in_view(const target &host, const std::vector<std::string> &stale_backups) {
+} // namespace
+
+int set_aside_and_install(const target &host, const std::vector<std::string> &stale_backups) {
   for (const std::string &backup : stale_backups)
     std::remove(backup.c_str());
-  set_install_waits(false);
   return install(request_of(host));
 }
 
-} // namespace
-
-rehearsal rehearse(const target &host) {
+rehearsal rehearse(const target &host, hashing hashed) {
   rehearsal made;
   const std::vector<std::string> directories = real_directories_of(host);
   const scratch_place scratch = choose_scratch(host, made);
@@ -161,11 +160,13 @@ rehearsal rehearse(const target &host) {
 
   made.seen = make_view(scratch);
   refuse_bare_mounts(*made.seen, directories);
-  made.installer = run_confined(made.seen->inside().path, view::run_directory(),
-                                [&] { return install_in_view(host, made.stale_backups); });
+  made.installer = run_confined(made.seen->inside().path, view::run_directory(), [&] {
+    set_install_waits(false);
+    return set_aside_and_install(host, made.stale_backups);
+  });
   expect_room(made.seen->scratch());
   expect_whole_files(*made.seen, host);
-  made.found = find_changes(*made.seen, directories);
+  made.found = find_changes(*made.seen, directories, hashed);
   refuse_separate_names(*made.seen, made.found);
   refuse_second_mounts(*made.seen, made.found);
   return made;

@@ -21,8 +21,12 @@ struct rehearsal {
   found_changes found;
 };
 
+// What a rehearsal and a run do alike, in a child process: the backups go, so that the installer makes them
+// anew, and then it installs. Returns its status.
+int set_aside_and_install(const target &host, const std::vector<std::string> &stale_backups);
+
 // Sets stale backups aside and installs, both in the view and nowhere else. Throws a failure when it cannot
 // be made or when its result could differ from what happens on the disk.
-rehearsal rehearse(const target &host);
+rehearsal rehearse(const target &host, hashing hashed);
 
 } // namespace korvalen::admin

@@ -13,13 +13,18 @@
 
 namespace korvalen::admin {
 
+// Whether the changes were made.
+enum class tense { would_be, are };
+
 struct report {
   std::string command; // empty for a command line that names none
+  tense changes_are = tense::would_be;
   int status = 0;
   std::optional<outcome> installer; // where it ran or was rehearsed
   std::vector<change> changes;      // sorted by path; those that change nothing are not told
   std::vector<warning> warnings;
-  std::string error; // only with status 1
+  std::string error;              // only with status 1
+  std::vector<std::string> notes; // sentences for people, at the end
   // The unified difference of a change, made when it is told; empty where there is none to be told.
   std::function<std::string(const change &)> diff_of = [](const change &) { return std::string(); };
 };

@@ -86,17 +86,19 @@ void write_change(std::ostream &out, const report &told, const change &one, cons
     write_lines(out, told.diff_of(one), style, diff_color);
 }
 
-void write_installer(std::ostream &out, const outcome &installer, const text_style &style) {
-  out << "\nThe installer would print:\n";
+void write_installer(std::ostream &out, const outcome &installer, tense changes_are,
+                     const text_style &style) {
+  const bool has_run = changes_are == tense::are;
+  out << (has_run ? "\nThe installer printed:\n" : "\nThe installer would print:\n");
   write_lines(out, installer.output, style, no_color);
   if (!installer.errors.empty()) {
     out << "  and on standard error:\n";
     write_lines(out, installer.errors, style, no_color);
   }
-  out << "  and end with status " << installer.status << ".\n";
+  out << (has_run ? "  and ended with status " : "  and end with status ") << installer.status << ".\n";
 }
 
-// "3 new, 1 removed" in a fixed order, or that nothing would change.
+// "3 new, 1 removed" in a fixed order; empty when nothing changes.
 std::string summary(const report &told, const text_style &style) {
   std::map<std::string, int> counts;
   for (const change &one : told.changes)
@@ -106,12 +108,12 @@ std::string summary(const report &told, const text_style &style) {
   for (const look &shown : {new_look, replaced_look, patched_look, removed_look, mode_look, owner_look})
     if (const auto found = counts.find(shown.word); found != counts.end())
       text += (text.empty() ? "" : ", ") + std::to_string(found->second) + " " + shown.word;
-  return text.empty() ? "Nothing would change." : text + ".";
+  return text;
 }
 
 void write_warning(std::ostream &out, const warning &one, const text_style &style) {
   out << '\n'
-      << colored(one.refuses ? "warning, refuses an installation" : "warning", one.refuses ? "31" : "33",
+      << colored(one.refuses ? "warning that refuses an installation" : "warning", one.refuses ? "31" : "33",
                  style)
       << " [" << one.code << "]" << (one.path.empty() ? "" : " " + visible(one.path)) << "\n  "
       << visible(one.text) << ".\n";
@@ -124,11 +126,14 @@ void write_text(std::ostream &out, const report &told, const text_style &style) 
     if (kind_of(one) != change_kind::none)
       write_change(out, told, one, style);
   if (told.installer)
-    write_installer(out, *told.installer, style);
-  if (told.installer)
-    out << '\n' << summary(told, style) << '\n';
+    write_installer(out, *told.installer, told.changes_are, style);
+  const std::string counts = summary(told, style);
+  if (!counts.empty())
+    out << '\n' << counts << ".\n";
   for (const warning &one : told.warnings)
     write_warning(out, one, style);
+  for (const std::string &note : told.notes)
+    out << '\n' << visible(note) << ".\n";
 }
 
 } // namespace korvalen::admin

@@ -1,5 +1,7 @@
 #include "admin/texts.h"
 
+#include "admin/failure.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -8,6 +10,8 @@
 namespace korvalen::admin {
 
 namespace {
+
+constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 struct utf8_form {
   unsigned char first_low; // the range of the first byte
@@ -97,8 +101,12 @@ std::string visible(std::string_view text, bool keeps_tabs) {
   return result;
 }
 
+std::string first_line(const std::string &text) {
+  const std::size_t start = text.find_first_not_of('\n');
+  return start == std::string::npos ? "" : text.substr(start, text.find('\n', start) - start);
+}
+
 std::string base64(std::string_view bytes) {
-  constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string result;
   for (std::size_t i = 0; i < bytes.size(); i += 3) {
     std::uint32_t group = 0;
@@ -109,6 +117,26 @@ std::string base64(std::string_view bytes) {
       result += j < used ? digits[group >> (18U - 6U * j) & 63U] : '=';
   }
   return result;
+}
+
+std::string from_base64(std::string_view text) {
+  while (text.ends_with('='))
+    text.remove_suffix(1);
+  std::string bytes;
+  std::uint32_t group = 0;
+  unsigned bits = 0;
+  for (const char digit : text) {
+    const std::size_t value = digits.find(digit);
+    if (value == std::string_view::npos)
+      throw failure("it holds no base64");
+    group = (group << 6U | static_cast<std::uint32_t>(value)) & 0xffffU;
+    bits += 6;
+    if (bits >= 8) {
+      bits -= 8;
+      bytes += static_cast<char>(group >> bits & 0xffU);
+    }
+  }
+  return bytes;
 }
 
 } // namespace korvalen::admin

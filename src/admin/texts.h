@@ -18,6 +18,12 @@ std::string to_utf8(std::string_view text);
 // With `keeps_tabs`, tabs stay.
 std::string visible(std::string_view text, bool keeps_tabs = false);
 
+// The first line that is not empty, without its end; empty where there is none.
+std::string first_line(const std::string &text);
+
 std::string base64(std::string_view bytes);
+
+// The bytes again. Throws a failure for what is no base64.
+std::string from_base64(std::string_view text);
 
 } // namespace korvalen::admin

@@ -1,5 +1,6 @@
 #include "admin/warnings.h"
 
+#include "admin/merging.h"
 #include "korvalen/envi/idl_directory.h"
 
 #include <algorithm>
@@ -21,58 +22,57 @@ struct warning_kind {
 
 constexpr warning_kind kinds[] = {
     {"blanks", false,
-     "the path holds blanks, and the uninstall script and the launch scripts hold it without quotes; move it "
-     "to a "
-     "path without blanks, or never run the uninstall script"},
+     "the path holds blanks, and the uninstall script and the launch scripts hold it without quotes; "
+     "move it to a path without blanks, or never run the uninstall script"},
+    {"changed-since", false,
+     "it was changed since the installation and stays as it is; what was there before it stays in "
+     "/var/lib/korvalen/kept"},
+    {"edited-script", false,
+     "the patched script was edited since; an uninstall will bring back the script as it was before "
+     "the first installation, and the edited one is put aside in /var/lib/korvalen/aside"},
     {"empty-backup", true,
-     "the backup holds no line, and the installer would empty the script, which was patched already; put the "
-     "host's "
-     "own script there and remove the backup"},
+     "the backup holds no line, and the installer would empty the script, which was patched already; "
+     "put the host's own script there and remove the backup"},
     {"higher-idl", false,
-     "an IDL of a higher version lies beside the one that is taken, which is always the lowest; nothing is "
-     "installed into this one"},
+     "an IDL of a higher version lies beside the one that is taken, which is always the lowest; "
+     "nothing is installed into this one"},
     {"installed-before", false,
-     "the script was patched before, by an installation that is not on record; an uninstall will bring back "
-     "that "
-     "earlier installation, not the script as it was before it"},
+     "the script was patched before, by an installation that is not on record; an uninstall will "
+     "bring back that earlier installation, not the script as it was before it"},
     {"installer-complains", true, "see what the installer prints, and mend the cause"},
     {"missing-script", true,
-     "there is no such launch script; the installer brings it back from its backup, or else makes an ENVI "
-     "script of "
-     "its block alone and passes an IDL script over; check the ENVI directory, or put the host's own script "
-     "there"},
+     "there is no such launch script; the installer brings it back from its backup, or else makes an "
+     "ENVI script of its block alone and passes an IDL script over; check the ENVI directory, or put "
+     "the host's own script there"},
     {"no-idl", true,
-     "there is no IDL directory (idl80 to idl1919) in the ENVI directory, so nothing would be deployed; "
-     "check the "
-     "ENVI directory"},
+     "there is no IDL directory (idl80 to idl1919) in the ENVI directory, so nothing would be "
+     "deployed; check the ENVI directory"},
     {"not-deployed", true,
-     "nothing of this directory would be deployed; check that the product directory is the unpacked product, "
-     "and "
-     "what stands in the way in ENVI"},
+     "nothing of this directory would be deployed; check that the product directory is the unpacked "
+     "product, and what stands in the way in ENVI"},
+    {"not-empty", false, "the installation made this directory, and it stays, for something else lies in it"},
     {"nounset", true,
-     "the script runs under set -u, and the block, which reads a variable that may be unset, would stop it; "
-     "take "
-     "the option out of the script"},
+     "the script runs under set -u, and the block, which reads a variable that may be unset, would "
+     "stop it; take the option out of the script"},
     {"quorin-core", true,
-     "the file belongs into no ENVI, cannot be removed from the product and would be deployed; make the "
-     "product "
-     "directory writable, or remove the file there"},
+     "the file belongs into no ENVI, cannot be removed from the product and would be deployed; make "
+     "the product directory writable, or remove the file there"},
     {"second-name", true,
-     "the file has further names outside the directories that were searched, and they would change with it; "
-     "find "
-     "them with find -samefile, and give the file a copy of its own"},
+     "the file has further names outside the directories that were searched, and they would change "
+     "with it; find them with find -samefile, and give the file a copy of its own"},
+    {"shared-file", false,
+     "the installer's uninstall script would have kept this file, which other products share; here "
+     "it is taken back like all others"},
     {"stale-backup", false,
-     "the script holds no block and differs from its backup: ENVI was upgraded; korvalen_admin install keeps "
-     "the "
-     "new script as the original, a plain run of the installer would bring the old one back"},
+     "the script holds no block and differs from its backup: ENVI was upgraded; korvalen_admin "
+     "install keeps the new script as the original, a plain run of the installer would bring the old "
+     "one back"},
 };
 
 class collection {
 public:
   void add(std::string_view code, const std::string &path, const std::string &detail = "") {
-    const auto kind = std::find_if(std::begin(kinds), std::end(kinds),
-                                   [code](const warning_kind &one) { return one.code == code; });
-    found_.push_back({std::string(code), path, kind->refuses, detail + std::string(kind->text)});
+    found_.push_back(warning_of(code, path, detail));
   }
 
   bool has(std::string_view code, const std::string &path) const {
@@ -126,20 +126,36 @@ bool stops_at_block(const std::string &script) {
   return false;
 }
 
-void look_at_script(const tree &disk, const launch_script &script,
-                    const std::vector<std::string> &stale_backups, collection &found) {
+// A patched script that is neither as an installation left it nor as this one would leave it.
+bool is_edited(const recorded_path &known, const rehearsal &made) {
+  const state present = hashed_state_of(made.seen->disk(), known.path);
+  return !is_same(present, known.after) &&
+         !is_same(present, hashed_state_of(made.seen->inside(), known.path));
+}
+
+void look_at_block(const launch_script &script, const receipt &record, const rehearsal &made,
+                   collection &found) {
+  const recorded_path *const known = find_path(record, real_script_path(script));
+  if (known == nullptr)
+    found.add("installed-before", script.path);
+  else if (is_edited(*known, made))
+    found.add("edited-script", script.path);
+}
+
+void look_at_script(const launch_script &script, const receipt &record, const rehearsal &made,
+                    collection &found) {
+  const tree &disk = made.seen->disk();
   if (!follow(disk, script.path))
     found.add("missing-script", script.path);
-  if (std::find(stale_backups.begin(), stale_backups.end(), script.backup) != stale_backups.end())
+  const auto &stale = made.stale_backups;
+  if (std::find(stale.begin(), stale.end(), script.backup) != stale.end())
     found.add("stale-backup", script.path);
   const auto text = read_small(disk, script.path, script_limit);
-  if (!text)
+  if (!text || !holds_block(*text))
     return;
-  const bool is_patched = holds_block(*text);
-  if (is_patched && holds_no_line(read_small(disk, script.backup, script_limit)))
+  if (holds_no_line(read_small(disk, script.backup, script_limit)))
     found.add("empty-backup", script.backup);
-  if (is_patched)
-    found.add("installed-before", script.path);
+  look_at_block(script, record, made, found);
 }
 
 bool holds_files(const tree &in, const std::string &directory) {
@@ -223,12 +239,25 @@ void look_at_output(const target &host, const outcome &installer, collection &fo
 
 } // namespace
 
-std::vector<warning> find_warnings(const target &host, const rehearsal &made) {
+warning warning_of(std::string_view code, const std::string &path, const std::string &detail) {
+  const auto kind = std::find_if(std::begin(kinds), std::end(kinds),
+                                 [code](const warning_kind &one) { return one.code == code; });
+  return {std::string(code), path, kind->refuses, detail + std::string(kind->text)};
+}
+
+std::vector<std::string> refusing_codes() {
+  std::vector<std::string> codes;
+  for (const warning_kind &kind : kinds)
+    if (kind.refuses)
+      codes.emplace_back(kind.code);
+  return codes;
+}
+
+std::vector<warning> find_warnings(const target &host, const rehearsal &made, const receipt &record) {
   collection found;
-  const tree &disk = made.seen->disk();
   const tree &after = made.seen->inside();
   for (const launch_script &script : launch_scripts_of(host)) {
-    look_at_script(disk, script, made.stale_backups, found);
+    look_at_script(script, record, made, found);
     const auto patched = script.is_envis ? read_small(after, script.path, script_limit) : std::nullopt;
     if (patched && stops_at_block(*patched))
       found.add("nounset", script.path);

@@ -21,12 +21,6 @@ constexpr std::array kept_files = {
     "korvalen_default_eng.cat",   "idl_catalog.xml",
 };
 
-// The names count anywhere in the path, directories included.
-bool is_kept(const char *path) {
-  return std::any_of(kept_files.begin(), kept_files.end(),
-                     [path](const char *name) { return std::strstr(path, name) != nullptr; });
-}
-
 bool append_line(const char *command, const char *path) {
   std::FILE *const script = std::fopen(script_path.data(), "a");
   if (script == nullptr)
@@ -41,6 +35,11 @@ bool append_line(const char *command, const char *path) {
 
 } // namespace
 
+bool is_kept_by_uninstall_script(const char *path) {
+  return std::any_of(kept_files.begin(), kept_files.end(),
+                     [path](const char *name) { return std::strstr(path, name) != nullptr; });
+}
+
 void init_korvalen_install_files_name(const char *path) {
   const bool fits = std::strlen(path) < script_path.size();
   std::snprintf(script_path.data(), script_path.size(), "%s", fits ? path : "");
@@ -54,7 +53,7 @@ void init_korvalen_install_files(const char * /*product_dir*/) {
 }
 
 void add_korvalen_install_files(const char *path) {
-  if (is_kept(path))
+  if (is_kept_by_uninstall_script(path))
     return;
   if (append_line("rm ", path))
     log_line("add_korvalen_install_files : ", path);

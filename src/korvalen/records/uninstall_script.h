@@ -18,7 +18,10 @@ void init_korvalen_install_files_name(const char *path);
 // Creates the script, or empties it. The product directory is not used.
 void init_korvalen_install_files(const char *product_dir);
 
-// Appends "rm <path>", unless the path holds a name of the kept-file list: such files outlive the product.
+// Whether the path holds, anywhere, a name of the kept-file list: such files outlive the product.
+bool is_kept_by_uninstall_script(const char *path);
+
+// Appends "rm <path>", unless the path holds a name of the kept-file list.
 // The line is on disk when the call returns.
 void add_korvalen_install_files(const char *path);
 

@@ -1,0 +1,166 @@
+#include "admin/install.h"
+
+#include "admin/copies.h"
+#include "admin/merging.h"
+#include "admin/plan.h"
+#include "admin/preparation.h"
+#include "admin/rehearsal.h"
+#include "admin/restoring.h"
+#include "admin/store.h"
+#include "admin/taking_back.h"
+#include "admin/texts.h"
+#include "admin/warnings.h"
+
+#include <algorithm>
+#include <csignal>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace korvalen::admin {
+
+namespace {
+
+// From here on the run is either finished or taken back: whoever wants to stop it waits.
+void hold_signals() {
+  sigset_t held;
+  sigemptyset(&held);
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM})
+    sigaddset(&held, signal);
+  checked(sigprocmask(SIG_BLOCK, &held, nullptr), "cannot hold signals");
+}
+
+void refuse_warnings(const command &given, const std::vector<warning> &warnings) {
+  for (const warning &one : warnings)
+    if (one.refuses && std::find(given.forced.begin(), given.forced.end(), one.code) == given.forced.end())
+      throw failure("refused because of " + one.code + (one.path.empty() ? "" : ": " + one.path) + "; " +
+                    one.text + "; or give --force " + one.code);
+}
+
+bool is_on_record(const receipt &record, const installation &made, const std::vector<journaled_path> &paths) {
+  const installation *const known = find_installation(record, made);
+  return known != nullptr && std::all_of(paths.begin(), paths.end(), [&](const journaled_path &one) {
+           const recorded_path *const path = find_path(record, one.path);
+           return path != nullptr && path->used_by.contains(known->id) && is_same(path->after, one.after);
+         });
+}
+
+// Somebody else may have been at work since the rehearsal.
+void expect_untouched(const prepared_run &run) {
+  for (const auto &[path, stood] : run.stood) {
+    const auto status = look_up(open_tree_at(""), path);
+    if (stood.has_value() != status.has_value() || (status && !is_same(*stood, identity_of(*status))))
+      throw failure(path +
+                    " was changed by somebody else meanwhile; nothing was touched, give the command again");
+  }
+}
+
+void expect_as_rehearsed(const journal &run) {
+  for (const journaled_path &one : run.paths)
+    if (!is_same(present_state(one.path).value_or(state{}), one.after))
+      throw failure(one.path + " did not become what it became in the rehearsal");
+}
+
+outcome run_installer(const command &given, const store &kept, const prepared_run &run) {
+  const child_settings settings{.directory = kept.make_run_directory(), .kept_file = kept.directory().get()};
+  return run_child(settings, [&] { return set_aside_and_install(given.host, run.stale_backups); });
+}
+
+std::vector<std::string> paths_of(const journal &run) {
+  std::vector<std::string> paths;
+  for (const journaled_path &one : run.paths)
+    paths.push_back(one.path);
+  return paths;
+}
+
+void add_notes(report &told, const taken_back &back) {
+  told.notes.insert(told.notes.end(), back.aside.begin(), back.aside.end());
+}
+
+// Either everything is as rehearsed and on disk, or as it was.
+void run_or_take_back(const command &given, const store &kept, const prepared_run &run, report &told) {
+  try {
+    told.installer = run_installer(given, kept, run);
+    if (told.installer->status != 0)
+      throw failure("the installer ended with status " + std::to_string(told.installer->status) + ": " +
+                    first_line(told.installer->errors));
+    flush_file_systems(paths_of(run.plan));
+    expect_as_rehearsed(run.plan);
+  } catch (const failure &problem) {
+    const std::string reason = problem.what();
+    try {
+      add_notes(told, take_back(kept, run.plan));
+    } catch (const failure &other) {
+      throw failure(reason + "; " + other.what());
+    }
+    throw failure(reason + "; everything was taken back");
+  }
+}
+
+void put_aside_edited(const prepared_run &run, const std::vector<std::string> &scripts, report &told) {
+  for (const std::string &script : scripts)
+    told.notes.push_back("The edited script is kept as " + copy_aside(run.plan, script));
+}
+
+// The moment of success is in the middle: the receipt.
+void commit(const store &kept, const receipt &record, const installation &made, const prepared_run &run,
+            report &told) {
+  const merge_result merged = merge(record, made, run.plan, run.holding_block);
+  put_aside_edited(run, merged.edited_scripts, told);
+  kept.write(merged.record);
+  kept.remove_journal();
+  kept.remove_kept_but(kept_by(merged.record));
+  kept.remove_run_directory();
+}
+
+// False when there is nothing to do. Leaves the view.
+bool prepare(const command &given, const store &kept, const receipt &record, report &told,
+             prepared_run &run) {
+  const rehearsal made = rehearse(given.host, hashing::always);
+  told.warnings = find_warnings(given.host, made, record);
+  if (const std::string obstacle = find_obstacle(made); !obstacle.empty())
+    throw failure(obstacle);
+  refuse_warnings(given, told.warnings);
+  const std::vector<journaled_path> paths = recordable_paths(given.host, made);
+  if (!changes_something(made.found.touched) && is_on_record(record, installation_of(given.host), paths))
+    return false;
+  expect_space_to_keep(made);
+  hold_signals();
+  run = keep_for(given, made, kept, record.run + 1, paths);
+  return true;
+}
+
+} // namespace
+
+void install_product(const command &given, report &told) {
+  if (geteuid() != 0)
+    throw failure("install needs root");
+  const store kept(access::change);
+  add_notes(told, recover(kept));
+  const receipt record = kept.read_receipt();
+
+  prepared_run run;
+  told.changes_are = tense::are;
+  if (!prepare(given, kept, record, told, run)) {
+    told.notes.emplace_back("Nothing to do: everything is installed and on record");
+    return;
+  }
+  kept.flush_kept();
+  kept.write(run.plan);
+  try {
+    expect_untouched(run);
+  } catch (const failure &) {
+    kept.remove_journal();
+    kept.remove_kept_but(kept_by(record));
+    throw;
+  }
+  run_or_take_back(given, kept, run, told);
+  commit(kept, record, installation_of(given.host), run, told);
+  told.changes = std::move(run.changes);
+  told.diff_of = [diffs = std::move(run.diffs)](const change &one) {
+    const auto found = diffs.find(one.path);
+    return found == diffs.end() ? std::string() : found->second;
+  };
+}
+
+} // namespace korvalen::admin

@@ -1,0 +1,282 @@
+#include "admin/restoring.h"
+
+#include "admin/copies.h"
+#include "admin/records.h"
+#include "admin/store.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <map>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace korvalen::admin {
+
+namespace {
+
+// A path, taken apart: the directory stays the same one whatever is renamed meanwhile.
+struct place {
+  const restored_path &one;
+  descriptor directory;
+  std::string name;
+  std::string beside;
+};
+
+[[noreturn]] void fail_at(const place &at, const char *what) {
+  fail(std::string("cannot ") + what + " " + at.one.path);
+}
+
+std::optional<struct stat> look(const place &at, const std::string &name) {
+  struct stat status {};
+  if (fstatat(at.directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    return status;
+  if (errno != ENOENT)
+    fail_at(at, "look up");
+  return std::nullopt;
+}
+
+// False for a directory that holds something.
+bool remove_name(const place &at, const std::string &name) {
+  const auto status = look(at, name);
+  if (!status || unlinkat(at.directory.get(), name.c_str(), S_ISDIR(status->st_mode) ? AT_REMOVEDIR : 0) == 0)
+    return true;
+  if (errno != ENOTEMPTY && errno != EEXIST)
+    fail_at(at, "remove");
+  return false;
+}
+
+descriptor open_kept(const place &at) {
+  return at.one.kept ? open_for_reading(store::kept_path(*at.one.kept)) : descriptor();
+}
+
+// Owner first, which takes upper bits away; the list of rights before the mode, which is its mask.
+void give_rights(const place &at, const descriptor &file, const descriptor &kept) {
+  const state &wanted = at.one.wanted;
+  if (fchown(file.get(), wanted.owner, wanted.group) != 0)
+    fail_at(at, "set the owner of");
+  if (kept)
+    copy_attributes(kept, file);
+  if (fchmod(file.get(), wanted.mode) != 0)
+    fail_at(at, "set the mode of");
+}
+
+void make_file(const place &at) {
+  const descriptor kept = open_kept(at);
+  if (!kept)
+    throw failure("nothing is kept of " + at.one.path);
+  const descriptor file(openat(at.directory.get(), at.beside.c_str(),
+                               O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file)
+    fail_at(at, "make");
+  copy_bytes(kept, file, at.one.path);
+  give_rights(at, file, kept);
+  if (fsync(file.get()) != 0)
+    fail_at(at, "flush");
+}
+
+// Another name of a file that stands already. The directory of the twin is no link either.
+bool make_second_name(const place &at) {
+  if (at.one.twin.empty())
+    return false;
+  const descriptor directory = open_parent(at.one.twin);
+  return directory &&
+         linkat(directory.get(), name_of(at.one.twin).c_str(), at.directory.get(), at.beside.c_str(), 0) == 0;
+}
+
+void make_directory(const place &at) {
+  if (mkdirat(at.directory.get(), at.beside.c_str(), 0700) != 0)
+    fail_at(at, "make the directory");
+  const descriptor directory(
+      openat(at.directory.get(), at.beside.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!directory)
+    fail_at(at, "open the directory");
+  give_rights(at, directory, open_kept(at));
+}
+
+void make_link(const place &at) {
+  const state &wanted = at.one.wanted;
+  if (symlinkat(wanted.target.c_str(), at.directory.get(), at.beside.c_str()) != 0 ||
+      fchownat(at.directory.get(), at.beside.c_str(), wanted.owner, wanted.group, AT_SYMLINK_NOFOLLOW) != 0)
+    fail_at(at, "make the link");
+}
+
+void make_beside(const place &at) {
+  switch (at.one.wanted.type) {
+  case file_type::directory:
+    return make_directory(at);
+  case file_type::link:
+    return make_link(at);
+  case file_type::file:
+    if (!make_second_name(at))
+      make_file(at);
+    return;
+  default:
+    throw failure(at.one.path + " was neither a file, a directory nor a link, and cannot be made again");
+  }
+}
+
+// Takes the place of what stands there, at one moment also where a directory and a file change places.
+restored take_place(const place &at) {
+  const auto there = look(at, at.name);
+  const bool wants_directory = at.one.wanted.type == file_type::directory;
+  if (!there || S_ISDIR(there->st_mode) == wants_directory) {
+    if (renameat(at.directory.get(), at.beside.c_str(), at.directory.get(), at.name.c_str()) != 0)
+      fail_at(at, "rename to");
+    return restored::done;
+  }
+  if (renameat2(at.directory.get(), at.beside.c_str(), at.directory.get(), at.name.c_str(),
+                RENAME_EXCHANGE) != 0)
+    fail_at(at, "rename to");
+  if (remove_name(at, at.beside))
+    return restored::done;
+  // Somebody's files lie in the directory that stood there: it goes back.
+  if (renameat2(at.directory.get(), at.beside.c_str(), at.directory.get(), at.name.c_str(),
+                RENAME_EXCHANGE) != 0)
+    fail_at(at, "rename to");
+  remove_name(at, at.beside);
+  return restored::not_empty;
+}
+
+bool is_full(int error) {
+  return error == ENOSPC || error == EDQUOT;
+}
+
+restored bring_back(const place &at, bool may_remove_first) {
+  try {
+    make_beside(at);
+  } catch (const failure &problem) {
+    remove_name(at, at.beside);
+    if (!may_remove_first || !is_full(problem.reason()) || !remove_name(at, at.name))
+      throw;
+    make_beside(at);
+  }
+  return take_place(at);
+}
+
+// A directory that stands keeps what lies in it.
+restored change_rights(const place &at) {
+  const descriptor directory(
+      openat(at.directory.get(), at.name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  if (!directory)
+    fail_at(at, "open the directory");
+  give_rights(at, directory, open_kept(at));
+  return restored::done;
+}
+
+} // namespace
+
+std::optional<state> present_state(const std::string &path) {
+  const descriptor directory = open_parent(path);
+  if (!directory) {
+    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+      return std::nullopt;
+    fail("cannot look up " + path);
+  }
+  return hashed_state_of(open_tree_at(""), path);
+}
+
+namespace {
+
+// Removes only what an interrupted attempt with this number left beside the path.
+void remove_beside(const std::string &path, std::uint64_t number) {
+  const descriptor directory = open_parent(path);
+  if (directory)
+    unlinkat(directory.get(), (".korvalen-" + std::to_string(number)).c_str(), 0);
+}
+
+} // namespace
+
+restored restore(const restored_path &one, bool may_remove_first) {
+  const place at{one, open_parent(one.path), name_of(one.path), ".korvalen-" + std::to_string(one.number)};
+  if (!at.directory) {
+    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+      return restored::no_directory;
+    fail("cannot open the directory of " + one.path);
+  }
+  remove_name(at, at.beside);
+  if (one.wanted.type == file_type::absent)
+    return remove_name(at, at.name) ? restored::done : restored::not_empty;
+  const auto there = look(at, at.name);
+  if (there && S_ISDIR(there->st_mode) && one.wanted.type == file_type::directory)
+    return change_rights(at);
+  return bring_back(at, may_remove_first);
+}
+
+namespace {
+
+bool is_directory(const state &one) {
+  return one.type == file_type::directory;
+}
+
+bool is_absent(const state &one) {
+  return one.type == file_type::absent;
+}
+
+using phase = bool (*)(const state &wanted, const state &present);
+
+// New files go first, then directories and what lay in them come back, then the new directories go.
+constexpr phase phases[] = {
+    [](const state &wanted, const state &present) { return is_absent(wanted) && !is_directory(present); },
+    [](const state &wanted, const state &present) { return is_directory(wanted) && !is_directory(present); },
+    [](const state &wanted, const state &) { return !is_absent(wanted) && !is_directory(wanted); },
+    [](const state &wanted, const state &present) { return is_absent(wanted) && is_directory(present); },
+    [](const state &wanted, const state &present) { return is_directory(wanted) && is_directory(present); },
+};
+constexpr std::size_t deepest_first = 3; // what lies below goes before what holds it
+
+struct restoring {
+  bool may_remove_first;
+  const std::function<void(const wanted_path &, const state &present)> &before_change;
+  std::map<std::uint64_t, std::string> standing; // by kept number, a name of the file that stands as wanted
+  restored_paths result;
+};
+
+void note_standing(restoring &all, const wanted_path &one) {
+  if (one.kept && one.wanted.type == file_type::file)
+    all.standing.try_emplace(*one.kept, one.path);
+}
+
+void change_path(restoring &all, const wanted_path &one, const state &present) {
+  all.before_change(one, present);
+  const auto twin = one.kept ? all.standing.find(*one.kept) : all.standing.end();
+  const restored done =
+      restore({one.path, one.wanted, one.kept, one.number, twin == all.standing.end() ? "" : twin->second},
+              all.may_remove_first);
+  if (done == restored::not_empty)
+    all.result.not_empty.push_back(one.path);
+  if (done == restored::done)
+    note_standing(all, one);
+}
+
+void visit(restoring &all, const wanted_path &one, phase is_now) {
+  try {
+    const std::optional<state> present = present_state(one.path);
+    if (!is_now(one.wanted, present.value_or(state{})))
+      return;
+    if (present && is_same(*present, one.wanted)) {
+      remove_beside(one.path, one.number);
+      note_standing(all, one);
+    } else if (present || !is_absent(one.wanted)) {
+      change_path(all, one, present.value_or(state{}));
+    }
+  } catch (const failure &problem) {
+    all.result.problems.emplace_back(problem.what());
+  }
+}
+
+} // namespace
+
+restored_paths
+restore_all(const std::vector<wanted_path> &paths, bool may_remove_first,
+            const std::function<void(const wanted_path &, const state &present)> &before_change) {
+  restoring all{may_remove_first, before_change, {}, {}};
+  for (std::size_t number = 0; number < std::size(phases); ++number)
+    for (std::size_t i = 0; i < paths.size(); ++i)
+      visit(all, paths[number == deepest_first ? paths.size() - 1 - i : i], phases[number]);
+  return std::move(all.result);
+}
+
+} // namespace korvalen::admin

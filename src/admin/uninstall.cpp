@@ -1,0 +1,187 @@
+#include "admin/uninstall.h"
+
+#include "admin/copies.h"
+#include "admin/diff.h"
+#include "admin/merging.h"
+#include "admin/plan.h"
+#include "admin/restoring.h"
+#include "admin/store.h"
+#include "admin/taking_back.h"
+#include "admin/warnings.h"
+#include "korvalen/config/configuration_lines.h"
+#include "korvalen/records/uninstall_script.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <tuple>
+#include <unistd.h>
+
+namespace korvalen::admin {
+
+namespace {
+
+constexpr std::size_t largest_shown = 1U << 20U;
+
+// What becomes of the paths of an installation that goes.
+struct removal {
+  std::vector<wanted_path> wanted; // those that come back or are back already
+  std::vector<change> changes;     // from present to before
+  std::set<std::string> stay;      // changed since, and still on record
+};
+
+bool is_last_user(const recorded_path &one, std::uint64_t id) {
+  return one.used_by.size() == 1 && *one.used_by.begin() == id;
+}
+
+void decide(const recorded_path &one, std::uint64_t number, removal &made) {
+  const std::optional<state> present = present_state(one.path);
+  if (!present)
+    return;
+  const bool is_back = is_same(*present, one.before);
+  if (!is_back && !is_same(*present, one.after)) {
+    made.stay.insert(one.path);
+    return;
+  }
+  made.wanted.push_back({one.path, one.before, one.kept, number});
+  if (!is_back)
+    made.changes.push_back({one.path, *present, one.before});
+}
+
+removal removal_of(const receipt &record, std::uint64_t id) {
+  removal made;
+  for (std::size_t i = 0; i < record.paths.size(); ++i)
+    if (is_last_user(record.paths[i], id))
+      decide(record.paths[i], i, made);
+  return made;
+}
+
+void add_warnings(const removal &made, report &told) {
+  for (const std::string &path : made.stay)
+    told.warnings.push_back(warning_of("changed-since", path));
+  for (const change &one : made.changes)
+    if (is_kept_by_uninstall_script(one.path.c_str()) && kind_of(one) != change_kind::none)
+      told.warnings.push_back(warning_of("shared-file", one.path));
+}
+
+std::string diff_of_removal(const receipt &record, const change &one) {
+  const recorded_path *const known = find_path(record, one.path);
+  if (kind_of(one) != change_kind::content || one.after.type != file_type::file || !known->kept)
+    return "";
+  const tree disk = open_tree_at("");
+  const auto present = read_small(disk, one.path, largest_shown);
+  const auto before = read_small(disk, store::kept_path(*known->kept), largest_shown);
+  if (!present || !before || present->find('\0') != std::string::npos ||
+      before->find('\0') != std::string::npos)
+    return "";
+  return unified_diff(one.path, *present, *before);
+}
+
+// The record without the installation. Paths that stay are nobody's, and remain on record.
+receipt record_without(const receipt &record, std::uint64_t id, const removal &made) {
+  receipt rest = record;
+  std::erase_if(rest.installations, [id](const installation &one) { return one.id == id; });
+  std::erase_if(rest.paths, [&](const recorded_path &one) {
+    return is_last_user(one, id) && !made.stay.contains(one.path);
+  });
+  for (recorded_path &one : rest.paths)
+    one.used_by.erase(id);
+  return rest;
+}
+
+// A change between the decision and now would be overwritten.
+void expect_decided(const removal &made, const wanted_path &one, const state &present) {
+  const auto decided = std::find_if(made.changes.begin(), made.changes.end(),
+                                    [&](const change &known) { return known.path == one.path; });
+  if (decided == made.changes.end() || !is_same(decided->before, present))
+    throw failure(one.path + " was changed by somebody else meanwhile; give the command again");
+}
+
+void carry_out(const store &kept, const receipt &record, std::uint64_t id, const removal &made,
+               report &told) {
+  const restored_paths restored =
+      restore_all(made.wanted, false,
+                  [&](const wanted_path &one, const state &present) { expect_decided(made, one, present); });
+  if (!restored.problems.empty())
+    throw failure(restored.problems.front() + "; mend that and give the command again");
+  for (const std::string &path : restored.not_empty)
+    told.warnings.push_back(warning_of("not-empty", path));
+  std::erase_if(told.changes, [&](const change &one) {
+    return std::find(restored.not_empty.begin(), restored.not_empty.end(), one.path) !=
+           restored.not_empty.end();
+  });
+  std::vector<std::string> paths;
+  for (const wanted_path &one : made.wanted)
+    paths.push_back(one.path);
+  flush_file_systems(paths);
+  const receipt rest = record_without(record, id, made);
+  kept.write(rest);
+  kept.remove_kept_but(kept_by(rest));
+}
+
+bool mentions_variable(const target &host) {
+  const tree disk = open_tree_at("");
+  for (const launch_script &script : launch_scripts_of(host)) {
+    const auto text = read_small(disk, script.path, SIZE_MAX);
+    if (text && holds_block(*text))
+      return true;
+  }
+  return !host.envi_dir && follow(disk, joined(init_dir_of(host), configuration_file_name)).has_value();
+}
+
+void tell_nothing_on_record(const target &host, report &told) {
+  if (mentions_variable(host))
+    throw failure(
+        "this installation is not on record, so it cannot be taken back exactly; run its uninstall script "
+        "with sh, and put each launch script's backup NAME_original back in its place");
+  told.notes.emplace_back("Nothing is installed");
+}
+
+void sort_warnings(report &told) {
+  std::sort(told.warnings.begin(), told.warnings.end(), [](const warning &a, const warning &b) {
+    return std::tie(a.code, a.path) < std::tie(b.code, b.path);
+  });
+}
+
+} // namespace
+
+void uninstall(const command &given, report &told) {
+  if (geteuid() != 0)
+    throw failure("uninstall needs root");
+  if (!store(access::look).directory())
+    return tell_nothing_on_record(given.host, told);
+  const store kept(given.only_plan ? access::share : access::change);
+  if (given.only_plan && kept.read_journal())
+    throw failure(
+        "an installation was interrupted; give the command install or uninstall, which takes it back first");
+  if (!given.only_plan)
+    for (const std::string &sentence : recover(kept).aside)
+      told.notes.push_back(sentence);
+  const receipt record = kept.read_receipt();
+  const installation *const known = find_installation(record, installation_of(given.host));
+  if (known == nullptr)
+    return tell_nothing_on_record(given.host, told);
+
+  const removal made = removal_of(record, known->id);
+  told.changes = made.changes;
+  add_warnings(made, told);
+  const bool changes = changes_something(told.changes);
+  if (given.only_plan) {
+    told.diff_of = [record](const change &one) { return diff_of_removal(record, one); };
+    told.status = changes || !made.stay.empty() ? 2 : 0;
+  } else {
+    std::map<std::string, std::string> diffs;
+    for (const change &one : told.changes)
+      diffs[one.path] = diff_of_removal(record, one);
+    told.diff_of = [diffs](const change &one) { return diffs.at(one.path); };
+    told.changes_are = tense::are;
+    carry_out(kept, record, known->id, made, told);
+    told.status = made.stay.empty() ? 0 : 2;
+  }
+  sort_warnings(told);
+  told.notes.push_back("The product directory " + known->product_dir + " is left as it was unpacked");
+}
+
+} // namespace korvalen::admin

@@ -1,0 +1,52 @@
+#include "admin/verify.h"
+
+#include "admin/merging.h"
+#include "admin/plan.h"
+#include "admin/restoring.h"
+#include "admin/store.h"
+
+#include <cerrno>
+
+namespace korvalen::admin {
+
+namespace {
+
+// Empty where it can be read.
+std::string compare(const recorded_path &one, std::vector<change> &differences) {
+  try {
+    const state present = present_state(one.path).value_or(state{});
+    if (!is_same(present, one.after))
+      differences.push_back({one.path, one.after, present});
+    return "";
+  } catch (const failure &problem) {
+    return one.path + " cannot be read: " + problem.what();
+  }
+}
+
+} // namespace
+
+void verify(const command &given, report &told) {
+  const store kept(access::look);
+  if (kept.read_journal())
+    throw failure(
+        "interrupted: an installation was not finished; give the command install or uninstall, which takes "
+        "it back first");
+  const receipt record = kept.read_receipt();
+  const installation *const known = find_installation(record, installation_of(given.host));
+  if (known == nullptr)
+    throw failure("no such installation is on record; korvalen_admin install makes one");
+
+  std::string unreadable;
+  for (const recorded_path &one : record.paths)
+    if (one.used_by.contains(known->id))
+      if (const std::string problem = compare(one, told.changes); !problem.empty() && unreadable.empty())
+        unreadable = problem;
+  told.changes_are = tense::are;
+  told.status = changes_something(told.changes) ? 2 : 0;
+  if (!unreadable.empty())
+    throw failure(unreadable);
+  told.notes.emplace_back(told.status == 0 ? "Everything is as it should be"
+                                           : "The installation was changed since");
+}
+
+} // namespace korvalen::admin
