@@ -159,6 +159,21 @@ TEST_F(ConfigurationFile, IsRecordedBeforeItIsWritten) {
   EXPECT_EQ(log.text(), "add_korvalen_install_files : " + path("init/Korvalen_configuration.ini") + "\n");
 }
 
+TEST_F(ConfigurationFile, LeavesNoFileOpenWhenItIsWritten) {
+  std::filesystem::create_directory("k");
+  const std::string init = path("init");
+  EXPECT_EQ(support::files_left_open([&] { EXPECT_TRUE(write("/opt/k", init.c_str())); }), 0);
+  EXPECT_EQ(support::files_left_open([&] { EXPECT_TRUE(write(path("k"), nullptr)); }), 0);
+}
+
+TEST_F(ConfigurationFile, LeavesNoFileOpenWhenItCannotBeCreated) {
+  std::filesystem::create_directories("init/Korvalen_configuration.ini");
+  const std::string init = path("init");
+  const captured_stderr errors;
+  EXPECT_EQ(support::files_left_open([&] { EXPECT_FALSE(write("/opt/k", init.c_str())); }), 0);
+  EXPECT_EQ(support::files_left_open([&] { EXPECT_FALSE(write(path("missing"), nullptr)); }), 0);
+}
+
 // Only between its creation and its writing can the file become one that cannot be opened.
 TEST_F(ConfigurationFile, IsReportedAsWrittenWhenTheSecondOpenFails) {
   const attached_log log([] {
@@ -166,7 +181,7 @@ TEST_F(ConfigurationFile, IsReportedAsWrittenWhenTheSecondOpenFails) {
     std::filesystem::create_directory("init/Korvalen_configuration.ini");
   });
   const captured_stderr errors;
-  EXPECT_TRUE(write("/opt/k", path("init").c_str()));
+  EXPECT_EQ(support::files_left_open([&] { EXPECT_TRUE(write("/opt/k", path("init").c_str())); }), 0);
   EXPECT_EQ(errors.text(), "");
   EXPECT_TRUE(std::filesystem::is_empty("init/Korvalen_configuration.ini"));
 }

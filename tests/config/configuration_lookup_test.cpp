@@ -2,6 +2,7 @@
 
 #include "support/child.h"
 #include "support/recording.h"
+#include "support/surroundings.h"
 #include "support/variables.h"
 
 #include <algorithm>
@@ -149,6 +150,13 @@ TEST_F(ConfigurationWriter, SaysNothingWhenItDeletesWhetherThereIsAFileOrNot) {
   for (int run = 1; run <= 2; ++run)
     EXPECT_THAT(support::call([] { return korvalen_config_file("/p", nullptr, deleting); }), Ended(1, "", ""))
         << "run " << run;
+}
+
+TEST_F(ConfigurationWriter, LeavesNoFileOpen) {
+  use_init();
+  EXPECT_EQ(support::files_left_open([] { korvalen_config_file("/p", nullptr, writing); }), 0) << "new";
+  EXPECT_EQ(support::files_left_open([] { korvalen_config_file("/p", "/w", writing); }), 0) << "replaced";
+  EXPECT_EQ(support::files_left_open([] { korvalen_config_file("/p", nullptr, deleting); }), 0) << "deleted";
 }
 
 TEST_F(ConfigurationWriter, EndsTheProcessWhenItCannotCreateTheFile) {

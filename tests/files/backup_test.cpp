@@ -1,5 +1,6 @@
 #include "korvalen/files/backup.h"
 
+#include "korvalen/files/file_copy.h"
 #include "support/recording.h"
 #include "support/surroundings.h"
 
@@ -21,6 +22,7 @@
 
 using namespace korvalen;
 using support::captured_stderr;
+using support::files_left_open;
 using support::mode_of;
 using support::read_file;
 using support::write_file;
@@ -412,6 +414,60 @@ TEST_F(BackupDeathTest, IsNotMadeWhenItsTemporaryNameCannotBeRemovedAgain) {
       ExitedWithCode(0), Eq(""));
   EXPECT_EQ(recorded(), "");
   EXPECT_EQ(names(), "envi\nenvi_original.new\n");
+}
+
+TEST_F(Backup, LeavesNoFileOpenWhenItIsMade) {
+  write_file("leftover_original.new", "leftover");
+  write_file("taken_original.new/somebodys", "work");
+  const std::string longest(255, 'b');
+  for (const std::string &backup : {std::string("envi_original"), std::string("leftover_original"),
+                                    std::string("taken_original"), longest})
+    EXPECT_EQ(files_left_open([&] { EXPECT_TRUE(keep_original("envi", backup.c_str(), true)); }), 0)
+        << backup;
+}
+
+TEST_F(Backup, LeavesNoFileOpenWhenItIsNotMade) {
+  write_file("kept", "kept long ago");
+  write_file("script.new", "original");
+  write_file("taken.new/somebodys", "work");
+  std::filesystem::create_symlink("envi", "taken");
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(keep_original("envi", "kept", true)); }), 0);
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(keep_original("script.new", "script", true)); }), 0);
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(keep_original("envi", "taken", true)); }), 0);
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(keep_big_without_room(true)); }), 0);
+  write_file("big_original.new/somebodys", "work");
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(keep_big_without_room(true)); }), 0);
+  set_install_waits(false);
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(keep_original("missing", "missing_original", true)); }), 0);
+  set_install_waits(true);
+}
+
+TEST_F(Backup, LeavesNoFileOpenWhenItsCopyCannotBeOpenedToBeFlushed) {
+  std::filesystem::create_directory("shared");
+  std::filesystem::permissions("shared", std::filesystem::perms(0777));
+  umask(0777);
+  const support::other_user nobody;
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(keep_original("envi", "shared/envi_original", false)); }), 0);
+}
+
+TEST_F(Backup, LeavesNoFileOpenWhenADirectoryTakesItsNameMeanwhile) {
+  EXPECT_EQ(files_left_open([] {
+              EXPECT_FALSE(
+                  keep_pipe_and_meanwhile([] { std::filesystem::create_directory("pipe_original"); }));
+            }),
+            0);
+}
+
+TEST_F(BackupDeathTest, LeavesNoFileOpenWhenItsCopyCannotBeFlushed) {
+  EXPECT_EXIT(
+      {
+        support::fail_system_call(SYS_fsync, EIO);
+        bool kept = true;
+        const int left = files_left_open([&] { kept = keep_original("envi", "envi_original", true); });
+        std::exit(kept ? 100 : left);
+      },
+      ExitedWithCode(0), Eq(""))
+      << "the status is the number of files, or 100 when it was made all the same";
 }
 
 TEST_F(Backup, IsMadeOfAnOriginalWithoutASizeAsFarAsItCanBeRead) {

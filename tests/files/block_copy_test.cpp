@@ -198,6 +198,18 @@ TEST_F(CopyBinaryFile, OntoAFullDeviceIsNotDone) {
   EXPECT_EQ(copy("/dev/full"), 0);
 }
 
+TEST_F(CopyBinaryFile, LeavesNoFileOpen) {
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_EQ(copy(path("target")), 0); }), 0) << "no source";
+  write_file(path("source"), "bytes");
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_EQ(copy(path("target")), 1); }), 0);
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_EQ(copy(path("no_directory/target")), 0); }), 0);
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_EQ(copy("/dev/full"), 0); }), 0);
+}
+
+TEST_F(ProbeFileStream, LeavesNoFileOpen) {
+  EXPECT_EQ(support::files_left_open([] { probe_file_stream(); }), 0);
+}
+
 TEST_F(ProbeFileStream, LeavesEverythingAsItWas) {
   write_file(path("file"), "content");
   const support::tree before = support::snapshot(scratch());

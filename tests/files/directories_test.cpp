@@ -24,6 +24,7 @@
 
 using namespace korvalen;
 using support::captured_stderr;
+using support::files_left_open;
 using support::lines_of;
 using support::mode_of;
 using support::other_user;
@@ -349,6 +350,18 @@ TEST_F(Listing, IsNullAndLeavesTheCountInADirectoryThatMayNotBeWritten) {
   EXPECT_EQ(said.find('\n'), said.size() - 1) << "only the shell says something: " << said;
 }
 
+TEST_F(Listing, LeavesNoFileOpen) {
+  for (const char *pattern : {"d/*.*", "missing/*.*"})
+    EXPECT_EQ(files_left_open([&] { names(pattern); }), 0) << pattern;
+  fs::remove(listing_file);
+  write_file(std::string(listing_file) + "/somebodys", "work");
+  const captured_stderr errors;
+  EXPECT_EQ(files_left_open([] { names("d/*.*"); }), 0) << "a directory in its place";
+  const other_user nobody;
+  std::int32_t count = 0;
+  EXPECT_EQ(files_left_open([&] { EXPECT_FALSE(fdfDirFiles("d/*.*", &count)); }), 0) << "refused";
+}
+
 TEST_F(SharedListing, WorksAndReplacesTheUsersOwnFile) {
   const other_user nobody;
   EXPECT_THAT(names("d/a.*"), ElementsAre("a.sav"));
@@ -502,6 +515,12 @@ TEST_F(CopyDirFiles, CopiesNothingWhenTheListingCannotBeWritten) {
   }
   EXPECT_TRUE(fs::is_empty("dst"));
   EXPECT_EQ(logged(), "fdfDirFiles  = src/*.*\naNumber  = 0\n");
+}
+
+TEST_F(CopyDirFiles, LeavesNoFileOpen) {
+  for (const char *pattern : {"*.*", "*.*", "*.xml"})
+    EXPECT_EQ(files_left_open([&] { fdfCopyDirFiles("src", "dst", pattern); }), 0) << pattern;
+  EXPECT_EQ(recorded(), "rm dst/a.sav\nrm dst/b.pro\nrm dst/a.sav\nrm dst/b.pro\n");
 }
 
 TEST_F(CopyDirFilesDeathTest, EndsWith255AtASourceThatCannotBeOpened) {

@@ -21,6 +21,7 @@
 using namespace korvalen;
 using support::attached_log;
 using support::captured_stderr;
+using support::files_left_open;
 using support::mode_of;
 using support::read_file;
 using support::seconds_taken;
@@ -154,13 +155,16 @@ TEST_F(FileCopy, LogsNothingButTheRecordWhenItSucceeds) {
 }
 
 TEST_F(FileCopy, LeavesNoFileOpen) {
-  write_file("source", "a");
-  const int before = dup(0);
-  close(before);
-  fdfCopyFile("source", "target", 0, true);
-  const int after = dup(0);
-  close(after);
-  EXPECT_EQ(after, before);
+  write_file("source", std::string(10'000, 'a'));
+  for (const char *target : {"target", "target", "source"})
+    EXPECT_EQ(files_left_open([&] { EXPECT_TRUE(fdfCopyFile("source", target, 0, true)); }), 0) << target;
+  {
+    const support::file_size_limit limit(5000);
+    EXPECT_EQ(files_left_open([] { EXPECT_TRUE(fdfCopyFile("source", "cut_short", 0, true)); }), 0);
+  }
+  set_install_waits(false);
+  EXPECT_EQ(files_left_open([] { EXPECT_FALSE(fdfCopyFile("missing", "target", 0, true)); }), 0);
+  set_install_waits(true);
 }
 
 TEST_F(FileCopy, GivesUpOnAMissingSourceAfterFourSecondsWithoutAWord) {

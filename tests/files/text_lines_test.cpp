@@ -97,6 +97,19 @@ TEST_F(TextLines, ReadNoLinesFromADirectory) {
   EXPECT_EQ(count, 0);
 }
 
+TEST_F(TextLines, LeaveNoFileOpen) {
+  write_file("text", "one\ntwo\n");
+  write_file("empty", "");
+  write_file("too_long", "one\n" + std::string(200'000, 'x') + "\n");
+  write_file("secret", "secret", 0600);
+  std::filesystem::create_directory("directory");
+  for (const char *name : {"text", "empty", "too_long", "directory"})
+    EXPECT_EQ(support::files_left_open([&] { EXPECT_TRUE(fdfReadLines(name, nullptr)); }), 0) << name;
+  EXPECT_EQ(support::files_left_open([] { EXPECT_FALSE(fdfReadLines("missing", nullptr)); }), 0);
+  const support::other_user nobody;
+  EXPECT_EQ(support::files_left_open([] { EXPECT_TRUE(fdfReadLines("secret", nullptr)); }), 0);
+}
+
 TEST_F(TextLines, KeepALineOf199999Characters) {
   const std::string longest(199'999, 'x');
   EXPECT_THAT(lines("a\n" + longest + "\nb\n"), ElementsAre("a", longest, "b"));

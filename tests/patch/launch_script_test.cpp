@@ -1,5 +1,6 @@
 #include "korvalen/patch/launch_script.h"
 
+#include "korvalen/files/file_copy.h"
 #include "support/child.h"
 #include "support/recording.h"
 #include "support/surroundings.h"
@@ -14,6 +15,7 @@
 using support::call;
 using support::call_as_other_user;
 using support::Ended;
+using support::files_left_open;
 using support::mode_of;
 using support::read_file;
 using support::snapshot;
@@ -339,6 +341,36 @@ void take_away_once_restored(const std::string &script) {
   support::fs::remove(script);
   write_file(script, restored, 0444);
   read_back << restored;
+}
+
+TEST_F(LaunchScript, IsNotLeftOpenHoweverItIsPatched) {
+  const char *const texts[] = {envi_script, idl_script, ""};
+  korvalen::set_install_waits(false);
+  for (const patch_function function : {patch_envi, patch_idl})
+    for (const char *text : texts) {
+      support::fs::remove(backup());
+      write_file(script(), text, 0755);
+      const int patched = *text == '\0' ? 0 : 1;
+      EXPECT_EQ(files_left_open([&] { EXPECT_EQ(patch(function), patched); }), 0) << "with a new backup";
+      EXPECT_EQ(files_left_open([&] { EXPECT_EQ(patch(function), patched); }), 0) << "again";
+      support::fs::remove(script());
+      EXPECT_EQ(files_left_open([&] { EXPECT_EQ(patch(function), patched); }), 0) << "from its backup";
+    }
+  korvalen::set_install_waits(true);
+}
+
+TEST_F(LaunchScript, IsNotLeftOpenWhenItIsMissingOrCannotBeRead) {
+  korvalen::set_install_waits(false);
+  EXPECT_EQ(files_left_open([this] { patch(patch_idl); }), 0) << "missing, IDL's";
+  EXPECT_FALSE(support::fs::exists(script()));
+  EXPECT_EQ(files_left_open([this] { patch(patch_envi); }), 0) << "missing, ENVI's";
+  write_file(script(), envi_script, 0700);
+  give_directory_away();
+  for (const patch_function function : {patch_envi, patch_idl}) {
+    const support::other_user nobody;
+    EXPECT_EQ(files_left_open([&] { EXPECT_EQ(patch(function), 0); }), 0) << "unreadable";
+  }
+  korvalen::set_install_waits(true);
 }
 
 TEST_F(LaunchScript, ThatCannotBeRewrittenKeepsWhatWasRestored) {

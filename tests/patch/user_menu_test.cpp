@@ -2,6 +2,7 @@
 
 #include "support/child.h"
 #include "support/recording.h"
+#include "support/surroundings.h"
 
 #include <ostream>
 #include <stdexcept>
@@ -60,6 +61,17 @@ TEST_F(UserMenu, HoldsTheLinesOnceAfterTwoInstallations) {
   EXPECT_TRUE(run(install));
   EXPECT_TRUE(run(install));
   EXPECT_EQ(menu(), "first\n" PRODUCT_LINES "\nafter\n");
+}
+
+TEST_F(UserMenu, LeavesNoFileOpen) {
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_FALSE(run(install)); }), 0) << "no menu";
+  write_file(file("useradd.txt"), "");
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_FALSE(run(install)); }), 0) << "an empty menu";
+  write_file(file("useradd.txt"), "first\n\nafter\n");
+  std::filesystem::remove(file("useradd_old.txt"));
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_TRUE(run(install)); }), 0) << "with a new backup";
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_TRUE(run(install)); }), 0) << "again";
+  EXPECT_EQ(support::files_left_open([this] { EXPECT_TRUE(run(uninstall)); }), 0) << "uninstalling";
 }
 
 TEST_F(UserMenu, KeepsTheBackupOfTheFirstRunForEver) {

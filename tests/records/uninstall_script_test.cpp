@@ -130,6 +130,18 @@ TEST_F(UninstallScript, CannotBeWrittenByAUserWithoutRights) {
                       "init_korvalen_install_files : ~/uninstall.sh\n");
 }
 
+TEST_F(UninstallScript, IsNotLeftOpenByAnyOperation) {
+  for (const char *script : {"uninstall.sh", "new.sh", "missing/uninstall.sh"}) {
+    init_korvalen_install_files_name(path(script).c_str());
+    EXPECT_EQ(support::files_left_open([] { init_korvalen_install_files("/opt/k"); }), 0) << script;
+    EXPECT_EQ(support::files_left_open([] { add_korvalen_install_files("/opt/a"); }), 0) << script;
+    EXPECT_EQ(support::files_left_open([] { add_korvalen_install_files("/opt/idl_catalog.xml"); }), 0)
+        << script;
+    EXPECT_EQ(support::files_left_open([] { add_dir_korvalen_install_files("/opt/k"); }), 0) << script;
+  }
+  EXPECT_EQ(support::read_file("new.sh"), "rm /opt/a\nrm -rf /opt/k\n");
+}
+
 TEST_F(UninstallScript, TracesEveryOperationInTheLog) {
   const attached_log log;
   init_korvalen_install_files_name("other.sh");

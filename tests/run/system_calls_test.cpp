@@ -161,6 +161,26 @@ TEST_F(SystemCalls, CloseTheSourceThenTheTargetAndThenRecordIt) {
                                                    "ENVI/save/k.sav", "/etc/quorin/korvalen_uninstall.sh"));
 }
 
+TEST_F(SystemCalls, FlushEachBackupThenRenameItAndThenFlushItsDirectory) {
+  EXPECT_THAT(trace({"-y", "-e", "trace=fsync,fdatasync,rename,renameat,renameat2"}),
+              Ended(0, installed, ""));
+  texts calls;
+  for (const std::string &line : shortened_trace())
+    calls.push_back(std::regex_replace(
+        line,
+        std::regex(R"(^(fsync|rename)(?:at2?)?\((?:\d+<)?(?:AT_FDCWD(?:<[^>]*>)?, )?"?([^">]+).* = 0$)"),
+        "$1 $2"));
+  texts expected;
+  for (const char *script :
+       {"bin/envi", "bin/envi_rt", "bin/envitaskengine", "idl86/bin/idl", "idl86/bin/idlde"}) {
+    const std::string backup = "ENVI/" + std::string(script) + "_original";
+    const std::string directory = backup.substr(0, backup.rfind('/'));
+    expected.insert(expected.end(),
+                    {"fsync " + backup + ".new", "rename " + backup + ".new", "fsync " + directory});
+  }
+  EXPECT_EQ(calls, expected);
+}
+
 TEST_F(SystemCalls, OpenTheUninstallScriptForAppendingOnceForEachLine) {
   unpack_samples();
   const texts calls = traced_calls();

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <grp.h>
+#include <iterator>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/prctl.h>
@@ -102,6 +103,16 @@ void fail_system_call(long number, int error, std::uint32_t limit) {
   const sock_fprog program{static_cast<unsigned short>(std::size(filter)), filter};
   checked(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), "no new privileges");
   checked(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), "seccomp");
+}
+
+int files_left_open(const std::function<void()> &action) {
+  const auto count = [] {
+    const std::filesystem::directory_iterator open_files("/proc/self/fd");
+    return static_cast<int>(std::distance(begin(open_files), end(open_files)));
+  };
+  const int before = count();
+  action();
+  return count() - before;
 }
 
 double seconds_taken(const std::function<void()> &action) {

@@ -64,6 +64,9 @@ private:
 // ends: for death tests only.
 void fail_system_call(long number, int error, std::uint32_t limit = UINT32_MAX);
 
+// How many more files this process has open after the action than before it.
+int files_left_open(const std::function<void()> &action);
+
 // How long the action takes.
 double seconds_taken(const std::function<void()> &action);
 
