@@ -140,6 +140,14 @@ TEST_F(Backup, IsNotMadeWhereTheUserMayNotLookForOne) {
   EXPECT_EQ(read_file("closed/envi_original"), "kept long ago");
 }
 
+TEST_F(Backup, KeepsWhatAsManyLinksLeadToAsTheSystemFollows) {
+  std::filesystem::create_symlink("envi", "link1");
+  for (int link = 2; link <= 40; ++link)
+    std::filesystem::create_symlink("link" + std::to_string(link - 1), "link" + std::to_string(link));
+  EXPECT_TRUE(keep_original("link40", "link_original", false));
+  EXPECT_EQ(read_file("link_original"), "#!/bin/sh\nexec idl\n");
+}
+
 TEST_F(Backup, TakesThePlaceOfALinkAndLeavesTheLinksTargetAlone) {
   write_file("foreign", "foreign", 0600);
   for (const char *const target : {"foreign", "nowhere"}) {
@@ -260,7 +268,7 @@ TEST_F(Backup, IsNotMadeOfALinkThatEndsAtItsTemporaryName) {
   std::filesystem::create_symlink("near", "chain");
   for (const std::string &target :
        {std::string("script_original.new"), path("bin/script_original.new"),
-        std::string("../linked/script_original.new"), std::string(".././chain")}) {
+        std::string("../linked/script_original.new"), std::string(".././chain"), path("chain")}) {
     write_file("bin/script_original.new", "original", 0600);
     std::filesystem::remove("near");
     std::filesystem::create_symlink("linked/script_original.new", "near");

@@ -42,22 +42,16 @@ std::string name_in_directory(const std::string &path) {
   return path.substr(path.rfind('/') + 1);
 }
 
-// Whether both name one entry of one directory; yes when that cannot be told.
-bool may_be_one_entry(const std::string &path, const std::string &other) {
-  if (name_in_directory(path) != name_in_directory(other))
-    return false;
-  struct stat status {};
-  struct stat other_status {};
-  return stat((directory_of(path) + ".").c_str(), &status) != 0 ||
-         stat((directory_of(other) + ".").c_str(), &other_status) != 0 ||
-         (status.st_dev == other_status.st_dev && status.st_ino == other_status.st_ino);
+bool is_one_entry(const std::string &path, const std::string &other) {
+  return name_in_directory(path) == name_in_directory(other) &&
+         is_same_file((directory_of(path) + ".").c_str(), (directory_of(other) + ".").c_str());
 }
 
 // Whether the path is that entry, or a link that leads to it or on through it, so that nothing would stand at
-// the path any more without the entry; yes when that cannot be told. The entry itself may be a link.
+// the path any more without the entry; yes when a link cannot be followed. The entry itself may be a link.
 bool may_depend_on(std::string path, const std::string &entry) {
   for (int links = 0; links <= max_links; ++links) {
-    if (may_be_one_entry(path, entry))
+    if (is_one_entry(path, entry))
       return true;
     std::array<char, PATH_MAX> target;
     const ssize_t length = readlink(path.c_str(), target.data(), target.size());
