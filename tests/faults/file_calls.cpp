@@ -1,8 +1,6 @@
 #include "faults/file_calls.h"
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <fcntl.h>
@@ -12,7 +10,6 @@
 #include <stdexcept>
 #include <sys/syscall.h>
 #include <system_error>
-#include <unistd.h>
 
 namespace faults {
 
@@ -80,17 +77,6 @@ constexpr call_kind file_calls[] = {
 constexpr long waits[] = {SYS_nanosleep, SYS_clock_nanosleep};
 
 constexpr std::uint32_t ip_high_word = offsetof(seccomp_data, instruction_pointer) + 4;
-
-std::string text_at(pid_t program, std::uint64_t address) {
-  const std::string memory = "/proc/" + std::to_string(program) + "/mem";
-  const int file = open(memory.c_str(), O_RDONLY | O_CLOEXEC);
-  std::array<char, 4096> text{};
-  const ssize_t got = pread(file, text.data(), text.size() - 1, static_cast<off_t>(address));
-  close(file);
-  if (got <= 0)
-    throw std::system_error(errno, std::generic_category(), "set-up: cannot read the program's memory");
-  return text.data();
-}
 
 std::string open_file_at(pid_t program, std::uint64_t descriptor) {
   std::error_code not_open;

@@ -1,9 +1,9 @@
 // The system calls by which a program touches files.
 #pragma once
 
-#include <linux/filter.h>
+#include "faults/tracee.h"
+
 #include <string>
-#include <sys/ptrace.h>
 #include <sys/types.h>
 #include <vector>
 
@@ -16,8 +16,6 @@ struct file_call {
   std::string path;     // what it names, or what its descriptor is open on
   bool creates = false; // an open that makes or empties a file
 };
-
-using call_info = __ptrace_syscall_info; // as the tracer sees a call that the filter stopped at
 
 bool is_wait(long number);
 

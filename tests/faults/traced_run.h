@@ -2,10 +2,9 @@
 #pragma once
 
 #include "faults/file_calls.h"
+#include "faults/tracee.h"
 
 #include <functional>
-#include <string>
-#include <vector>
 
 namespace faults {
 
@@ -24,13 +23,6 @@ struct traced_outcome {
   bool hung = false;          // it was killed because it took too long
   long calls = 0;             // the file calls that it asked for
   long disturbed_number = -1; // the number of the system call that was disturbed
-};
-
-struct program {
-  int file = -1;                      // open on the executable, which need not have a path any more
-  std::vector<std::string> arguments; // from its name on
-  std::string directory;              // its current directory
-  int output = -1;                    // for both of its output streams
 };
 
 using call_observer = std::function<void(const file_call &)>;
