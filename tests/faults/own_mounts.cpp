@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -69,6 +70,14 @@ bool enter_own_mounts(bool with_etc) {
   const fs::path etc = fs::path(own_root) / "etc";
   fs::create_directory(etc);
   return !with_etc || mount(etc.c_str(), "/etc", nullptr, MS_BIND, nullptr) == 0;
+}
+
+bool can_enter_own_mounts() {
+  const pid_t child = fork();
+  if (child == 0)
+    _exit(enter_own_mounts(true) ? 0 : 1);
+  int status = 0;
+  return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 void set_tree(const support::tree &tree) {

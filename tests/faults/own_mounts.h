@@ -19,6 +19,9 @@ inline constexpr const char *own_root = "/mnt";
 // namespaces. False when it does not.
 bool enter_own_mounts(bool with_etc);
 
+// Whether it would work.
+bool can_enter_own_mounts();
+
 // Makes own_root hold exactly this tree. Every file in it was modified long ago.
 void set_tree(const support::tree &tree);
 

@@ -13,8 +13,6 @@
 #include <sstream>
 #include <stdexcept>
 #include <sys/syscall.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace faults {
 
@@ -245,14 +243,6 @@ void print_table(std::ostream &out, const scenario &what, const tally &result) {
   print_row(out, narrowest_window, result);
   print_row(out, widest_window, result);
   print_row(out, all_windows, result);
-}
-
-bool can_sweep() {
-  const pid_t child = fork();
-  if (child == 0)
-    _exit(enter_own_mounts(true) ? 0 : 1);
-  int status = 0;
-  return child > 0 && waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 } // namespace faults

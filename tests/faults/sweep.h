@@ -16,7 +16,4 @@ tally sweep(const scenario &what, long stride);
 
 void print_table(std::ostream &out, const scenario &what, const tally &result);
 
-// Whether this system lets the sweep have mounts of its own.
-bool can_sweep();
-
 } // namespace faults

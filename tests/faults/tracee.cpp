@@ -58,6 +58,16 @@ void resume(pid_t stopped, __ptrace_request how, int signal) {
     broken("letting the program go on");
 }
 
+// Reads less where the program's memory ends before.
+void read_memory(pid_t stopped, std::uint64_t address, void *bytes, std::size_t most) {
+  const std::string memory = "/proc/" + std::to_string(stopped) + "/mem";
+  const int file = open(memory.c_str(), O_RDONLY | O_CLOEXEC);
+  const ssize_t got = pread(file, bytes, most, static_cast<off_t>(address));
+  close(file);
+  if (got <= 0)
+    broken("cannot read the program's memory");
+}
+
 } // namespace
 
 pid_t start_traced(const program &what, std::vector<sock_filter> filter, unsigned long options) {
@@ -103,14 +113,15 @@ void let_finish_call(pid_t stopped) {
 }
 
 std::string text_at(pid_t stopped, std::uint64_t address) {
-  const std::string memory = "/proc/" + std::to_string(stopped) + "/mem";
-  const int file = open(memory.c_str(), O_RDONLY | O_CLOEXEC);
   std::array<char, 4096> text{};
-  const ssize_t got = pread(file, text.data(), text.size() - 1, static_cast<off_t>(address));
-  close(file);
-  if (got <= 0)
-    broken("cannot read the program's memory");
+  read_memory(stopped, address, text.data(), text.size() - 1);
   return text.data();
+}
+
+std::uint64_t word_at(pid_t stopped, std::uint64_t address) {
+  std::uint64_t word = 0;
+  read_memory(stopped, address, &word, sizeof word);
+  return word;
 }
 
 void start_watching(pid_t child) {

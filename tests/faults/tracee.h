@@ -39,6 +39,7 @@ void let_finish_call(pid_t stopped);
 
 // The text that stands at an address of the program: up to its NUL, at most 4,095 bytes.
 std::string text_at(pid_t stopped, std::uint64_t address);
+std::uint64_t word_at(pid_t stopped, std::uint64_t address);
 
 // Kills the program when it takes too long. The second one ends that, and tells whether it had to.
 void start_watching(pid_t child);
