@@ -7,11 +7,9 @@ namespace faults {
 
 namespace {
 
-const std::vector<inode> never_stood = {nothing};
-
-const std::vector<inode> &may_stand(const disk &all, const directory_entry &entry) {
+std::vector<inode> may_stand(const disk &all, const directory_entry &entry) {
   const auto found = all.names.find(entry);
-  return found == all.names.end() ? never_stood : found->second;
+  return found == all.names.end() ? std::vector<inode>{nothing} : found->second;
 }
 
 void change_bytes(disk &all, const bytes_changed &made) {
@@ -19,7 +17,8 @@ void change_bytes(disk &all, const bytes_changed &made) {
 }
 
 void change_name(disk &all, const name_changed &made) {
-  auto &standing = all.names.try_emplace({made.directory, made.name}, never_stood).first->second;
+  const directory_entry entry = {made.directory, made.name};
+  std::vector<inode> &standing = all.names.try_emplace(entry, 1, nothing).first->second;
   std::erase(standing, made.stands);
   standing.push_back(made.stands);
 }

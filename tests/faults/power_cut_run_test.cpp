@@ -2,11 +2,12 @@
 #include "faults/own_mounts.h"
 #include "faults/recorded_run.h"
 #include "faults/scenario.h"
+#include "support/files.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <iterator>
 #include <set>
+#include <stdexcept>
+#include <string_view>
 
 namespace {
 
@@ -27,11 +28,14 @@ protected:
     faults::set_tree(samples_);
   }
 
+  static faults::program installer() {
+    return faults::installer(
+        {"an installation", {"/mnt/opt/product", "/mnt/opt/envi54", "local"}, "opt/korvalen_uninstall.sh"});
+  }
+
   // One more run on the tree as it stands.
   static recording install() {
-    const faults::scenario what = {
-        "an installation", {"/mnt/opt/product", "/mnt/opt/envi54", "local"}, "opt/korvalen_uninstall.sh"};
-    recording run = faults::record_run(faults::installer(what), faults::own_root);
+    recording run = faults::record_run(installer(), faults::own_root);
     if (run.status != 0 || run.calls.empty())
       throw std::runtime_error("set-up: the installation fails");
     return run;
@@ -105,7 +109,7 @@ recording without_flushes(const recording &run, bool of_files) {
   return without;
 }
 
-const std::string unfinished = "_original.new";
+constexpr std::string_view detour = ".new"; // the ending of a backup that is not finished
 
 bool names_finished_backup(const faults::change &one) {
   const auto *const name = std::get_if<faults::name_changed>(&one);
@@ -114,8 +118,8 @@ bool names_finished_backup(const faults::change &one) {
 
 void name_finished(faults::change &one) {
   if (auto *const name = std::get_if<faults::name_changed>(&one);
-      name != nullptr && name->name.ends_with(unfinished))
-    name->name.erase(name->name.size() - std::string(".new").size());
+      name != nullptr && name->name.ends_with(detour))
+    name->name.erase(name->name.size() - detour.size());
 }
 
 // The run as it would be if the backups were made under their final names and not renamed to them.
@@ -152,6 +156,14 @@ TEST_F(PowerCutOfARun, LeavesEveryOriginalInItsScriptOrItsBackupAtEveryCallOfAFi
   const recording run = install();
   EXPECT_EQ(losses(run, originals({"", "_original"})), "");
   EXPECT_EQ(files_told(run), files_left()) << "the recording is not whole";
+}
+
+TEST_F(PowerCutOfARun, IsRecordedWithoutBeingChanged) {
+  ASSERT_EQ(faults::run_traced(installer(), {}).status, 0);
+  const std::map<std::string, std::string> unrecorded = files_left();
+  faults::set_tree(faults::sample_trees());
+  install();
+  EXPECT_EQ(files_left(), unrecorded);
 }
 
 // By induction, this holds over any number of installations that are cut: one that finds a backup never

@@ -3,13 +3,11 @@
 #include "faults/changing_calls.h"
 #include "support/files.h"
 
-#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <set>
 #include <stdexcept>
 #include <sys/wait.h>
-#include <system_error>
 
 namespace faults {
 

@@ -1,12 +1,15 @@
-// Makes, in its current directory, at least one of every kind of call that changes files below a descriptor.
-// Its exit status is the number of the first line whose call failed, or 0.
+// Makes, in its current directory, every call that changes files: by paths, by descriptors and below
+// descriptors. Its exit status is the number of the first line whose call failed, modulo 256, or 0.
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdio>
 #include <string>
 
@@ -30,7 +33,7 @@ int open_beneath(int directory, const char *path, std::uint64_t flags) {
   return static_cast<int>(syscall(SYS_openat2, directory, path, &how, sizeof how));
 }
 
-void make_files(int here) {
+int make_files(int here) {
   CHECKED(mkdirat(here, "sub", 0755));
   const int sub = static_cast<int>(CHECKED(openat(here, "sub", O_DIRECTORY | O_RDONLY)));
   const int a = static_cast<int>(CHECKED(open_beneath(sub, "a", O_CREAT | O_RDWR | O_TRUNC)));
@@ -44,17 +47,53 @@ void make_files(int here) {
   CHECKED(pwrite(b, "T", 1, 0));
   CHECKED(close(b));
   CHECKED(fsync(sub));
+  return sub;
 }
 
-void change_names(int here) {
-  CHECKED(linkat(here, "sub/a", here, "c", 0));
-  CHECKED(renameat(here, "sub/b", here, "d"));
-  CHECKED(renameat2(here, "c", here, "d", RENAME_EXCHANGE));
-  CHECKED(symlinkat("d", here, "link"));
+void change_names(int here, int sub) {
+  CHECKED(linkat(sub, "a", here, "c", 0));
+  CHECKED(renameat(sub, "b", here, "d"));
+  CHECKED(linkat(here, "d", sub, "e", 0));
+  CHECKED(renameat2(here, "c", sub, "e", RENAME_EXCHANGE));
+  CHECKED(symlinkat("sub/e", here, "link"));
   CHECKED(openat(here, "link", O_WRONLY | O_TRUNC));
+  CHECKED(fchmodat(sub, "a", 0700, 0));
   CHECKED(unlinkat(here, "link", 0));
+  CHECKED(mknodat(sub, "made", S_IFREG | 0644, 0));
   CHECKED(mkdirat(here, "gone/", 0755));
   CHECKED(unlinkat(here, "gone", AT_REMOVEDIR));
+}
+
+void change_bytes(int here) {
+  const int from = static_cast<int>(CHECKED(openat(here, "source", O_RDONLY)));
+  const int to = static_cast<int>(CHECKED(openat(here, "target", O_CREAT | O_WRONLY, 0644)));
+  char letter = 'v';
+  const iovec one = {&letter, 1};
+  CHECKED(writev(to, &one, 1));
+  CHECKED(syscall(SYS_pwritev, to, &one, 1, 1, 0));
+  CHECKED(syscall(SYS_pwritev2, to, &one, 1, 2, 0, 0));
+  CHECKED(sendfile(to, from, nullptr, 1));
+  std::array<int, 2> ends{};
+  CHECKED(pipe(ends.data()));
+  CHECKED(write(ends[1], "p", 1));
+  CHECKED(splice(ends[0], nullptr, to, nullptr, 1, 0));
+  CHECKED(truncate("target", 2));
+  CHECKED(fallocate(to, FALLOC_FL_KEEP_SIZE, 0, 5));
+}
+
+// The calls of old, which the C library may replace by those below descriptors.
+void make_plain_calls() {
+  CHECKED(syscall(SYS_open, "plain", O_CREAT | O_WRONLY, 0644));
+  CHECKED(syscall(SYS_creat, "plain", 0644));
+  CHECKED(syscall(SYS_chmod, "plain", 0600));
+  CHECKED(syscall(SYS_link, "plain", "other"));
+  CHECKED(syscall(SYS_rename, "other", "renamed"));
+  CHECKED(syscall(SYS_unlink, "renamed"));
+  CHECKED(syscall(SYS_symlink, "plain", "symlink"));
+  CHECKED(syscall(SYS_mkdir, "dir", 0755));
+  CHECKED(syscall(SYS_mknod, "dir/fifo", S_IFIFO | 0644, 0));
+  CHECKED(syscall(SYS_rename, "dir/fifo", "fifo"));
+  CHECKED(syscall(SYS_rmdir, "dir"));
 }
 
 // A file that gets its name when it is written, and one that is made where a link leads.
@@ -79,11 +118,13 @@ void remove_in_another_process() {
 
 int main() {
   const int here = static_cast<int>(CHECKED(open(".", O_DIRECTORY | O_RDONLY)));
-  make_files(here);
-  change_names(here);
+  change_names(here, make_files(here));
+  change_bytes(here);
+  make_plain_calls();
   make_files_otherwise(here);
   remove_in_another_process();
   CHECKED(syncfs(static_cast<int>(CHECKED(open("/proc", O_RDONLY))))); // another file system
   CHECKED(syncfs(here));
-  return first_failure;
+  sync();
+  return first_failure & 0xff;
 }
