@@ -14,9 +14,10 @@ struct recording {
 
 // Runs the program to its end, and the programs that it starts too. Waits are answered at once. Recorded are
 // the calls that succeed and that make, rename, link or remove a name in the directory or below it, or change
-// or flush what stands there, and close, chmod and their like, which change nothing that a power cut could
-// lose. What is written through a mapping into memory is not seen; files_on tells such a recording from a
-// whole one. Throws when the set-up breaks.
+// or flush what stands there, and close and changes of modes, which a power cut loses nothing by. A file that
+// is opened to be written through at once counts as unflushed all the same. What is written through a mapping
+// into memory is not seen: compare files_on, after all changes, with what the run left. Throws when the
+// set-up breaks.
 recording record_run(const program &what, const std::string &directory);
 
 } // namespace faults
