@@ -1,5 +1,7 @@
 #include "faults/own_mounts.h"
 
+#include "support/private_mounts.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <fstream>
@@ -64,8 +66,7 @@ void remove_all_below_root() {
 bool enter_own_mounts(bool with_etc) {
   if (unshare(CLONE_NEWNS) != 0 && !enter_as_user())
     return false;
-  if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("tmpfs", own_root, "tmpfs", 0, "mode=0755") != 0)
+  if (!support::make_mounts_private() || mount("tmpfs", own_root, "tmpfs", 0, "mode=0755") != 0)
     return false;
   const fs::path etc = fs::path(own_root) / "etc";
   fs::create_directory(etc);

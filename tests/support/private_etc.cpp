@@ -1,6 +1,7 @@
 #include "support/private_etc.h"
 
 #include "support/files.h"
+#include "support/private_mounts.h"
 
 #include <cerrno>
 #include <sched.h>
@@ -29,7 +30,7 @@ private_etc::private_etc() {
     contents.push_back(fs::exists(path) ? read_file(path) : "");
 
   must(unshare(CLONE_NEWNS), "cannot make a mount namespace");
-  must(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "cannot make the mounts private");
+  must(make_mounts_private() ? 0 : -1, "cannot make the mounts private");
   must(mount("korvalen_test", "/etc", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755"), "cannot mount over /etc");
   for (std::size_t i = 0; i < contents.size(); ++i)
     write_file(kept[i], contents[i]);
