@@ -50,8 +50,8 @@ int run_in(const fs::path &root, const std::vector<std::string> &command) {
   return run.status;
 }
 
-// Status 0 when one test that needs an /etc of its own passes there and none of its mounts shows outside. For a
-// child process, with which all the mounts go.
+// Status 0 when one test that needs an /etc of its own passes there and none of its mounts shows outside. For
+// a child process, with which all the mounts go.
 int pass_a_test_in_plain_root(const fs::path &root) {
   const std::string tests = fs::read_symlink("/proc/self/exe");
   const support::private_etc own_mounts;
@@ -66,8 +66,8 @@ int pass_a_test_in_plain_root(const fs::path &root) {
   return 1;
 }
 
-// The directory for the root is emptied entry by entry, never recursively: should a mount of the machine's own
-// directories still be seen there, nothing below it is removed.
+// The directory for the root is emptied entry by entry, never recursively: should a mount of the machine's
+// own directories still be seen there, nothing below it is removed.
 class PlainChroot : public testing::Test {
 protected:
   PlainChroot() : root_((fs::temp_directory_path() / "korvalen_root.XXXXXX").string()) {
