@@ -71,7 +71,7 @@ int pass_a_test_in_plain_root(const fs::path &root) {
 class PlainChroot : public testing::Test {
 protected:
   PlainChroot() : root_((fs::temp_directory_path() / "korvalen_root.XXXXXX").string()) {
-    must(mkdtemp(root_.data()) == nullptr, "make a directory");
+    must(mkdtemp(root_.data()) != nullptr ? 0 : -1, "make a directory");
   }
   ~PlainChroot() override {
     std::error_code ignored;
