@@ -45,5 +45,5 @@ function(install_gzipped source name directory)
 endfunction()
 
 install_gzipped(${CMAKE_CURRENT_SOURCE_DIR}/docs/korvalen_installer.8 korvalen_installer.8 ${CMAKE_INSTALL_MANDIR}/man8)
-install(FILES README.md DESTINATION ${korvalen_doc_dir})
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${korvalen_doc_dir})
 install(DIRECTORY docs examples DESTINATION ${korvalen_doc_dir} PATTERN "*.8" EXCLUDE)
