@@ -293,21 +293,6 @@ TEST_F(Backup, IsNotMadeOfALinkThatLeadsOnThroughItsTemporaryName) {
   EXPECT_EQ(names(), "envi\nscript\nscript_original.new\n");
 }
 
-TEST_F(Backup, IsNotMadeAndRemovesNothingWhenNobodyCanTellWhereTheOriginalEnds) {
-  write_file("closed/script.new", "original");
-  std::filesystem::permissions("closed", std::filesystem::perms(0700));
-  std::filesystem::create_directory("open");
-  std::filesystem::permissions("open", std::filesystem::perms(0777));
-  write_file("open/script.new", "leftover");
-  std::filesystem::create_symlink("endless", "open/endless");
-  for (const char *const original : {"closed/sub/script.new", "closed/script", "open/endless"}) {
-    const support::other_user nobody;
-    EXPECT_FALSE(keep_original(original, "open/script", false)) << original;
-  }
-  EXPECT_EQ(read_file("open/script.new"), "leftover");
-  EXPECT_EQ(names(), "closed/script.new\nenvi\nopen/endless\nopen/script.new\n");
-}
-
 TEST_F(Backup, IsAPlainCopyWhenItsTemporaryNameIsTooLong) {
   const std::string longest(255, 'b');
   EXPECT_TRUE(keep_original("envi", longest.c_str(), false));

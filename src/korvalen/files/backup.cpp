@@ -47,8 +47,9 @@ bool is_one_entry(const std::string &path, const std::string &other) {
          is_same_file((directory_of(path) + ".").c_str(), (directory_of(other) + ".").c_str());
 }
 
-// Whether the path is that entry, or a link that leads to it or on through it, so that nothing would stand at
-// the path any more without the entry; yes when a link cannot be followed. The entry itself may be a link.
+// Whether the path, which leads to the same file as the entry, is the entry or a link that leads to it or on
+// through it, so that nothing would stand at the path any more without the entry; yes when a link cannot be
+// followed. The entry itself may be a link.
 bool may_depend_on(std::string path, const std::string &entry) {
   for (int links = 0; links <= max_links; ++links) {
     if (is_one_entry(path, entry))
@@ -119,7 +120,7 @@ bool keep_original(const char *path, const char *backup, bool record) {
     return false;
 
   const owned_string unfinished = str_format_new("%s.new", backup);
-  if (may_depend_on(path, unfinished.get()))
+  if (is_same_file(path, unfinished.get()) && may_depend_on(path, unfinished.get()))
     return false;
   std::remove(unfinished.get());
   // A plain copy would be written through a link, perhaps into the original.
