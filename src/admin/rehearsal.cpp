@@ -114,7 +114,8 @@ void refuse_second_mounts(const view &seen, const found_changes &found) {
 
 using file_identity = std::pair<dev_t, ino_t>;
 
-// A scratch directory that ran full gives short files without an error.
+// A scratch directory that ran full gives short files without an error. To be asked of a run that came to its
+// end: one that failed left files of the disk in the place of copies.
 void expect_whole_files(const view &seen, const target &host) {
   std::map<file_identity, std::pair<off_t, std::string>> expected; // the last copy into a file counts
   for (const deployment &step : deployments_of(host))
@@ -165,7 +166,8 @@ rehearsal rehearse(const target &host, hashing hashed) {
     return set_aside_and_install(host, made.stale_backups);
   });
   expect_room(made.seen->scratch());
-  expect_whole_files(*made.seen, host);
+  if (made.installer.status == 0)
+    expect_whole_files(*made.seen, host);
   made.found = find_changes(*made.seen, directories, hashed);
   refuse_separate_names(*made.seen, made.found);
   refuse_second_mounts(*made.seen, made.found);
