@@ -19,7 +19,6 @@ struct shared_file {
 
 struct search {
   const view &seen;
-  hashing hashed;
   std::map<std::string, change> touched;
   std::map<file_identity, shared_file> shared_files; // touched files of several names
 };
@@ -43,26 +42,21 @@ bool keeps_bytes(const std::string &written) {
   return has_attribute(written, "trusted.overlay.metacopy");
 }
 
-void add_hash(const tree &in, const std::string &path, state &one) {
-  if (one.type == file_type::file)
-    one.hash = hash_of(in, path);
+// Where size does not tell whether the bytes are the same.
+bool may_have_same_bytes(const change &touched) {
+  return touched.before.type == file_type::file && touched.after.type == file_type::file &&
+         touched.before.size == touched.after.size;
 }
 
-void add_hashes(const search &all, change &touched, bool bytes_may_differ) {
-  const view &seen = all.seen;
-  if (all.hashed == hashing::always) {
-    add_hash(seen.disk(), touched.path, touched.before);
-    add_hash(seen.inside(), touched.path, touched.after);
-    return;
-  }
-  const bool are_files = touched.before.type == file_type::file && touched.after.type == file_type::file;
-  if (!bytes_may_differ || !are_files || touched.before.size != touched.after.size)
+void add_hashes(const view &seen, change &touched) {
+  if (touched.before.hash || !may_have_same_bytes(touched))
     return;
   touched.before.hash = hash_of(seen.disk(), touched.path);
   touched.after.hash = hash_of(seen.inside(), touched.path);
 }
 
-change &note(search &all, const std::string &path, bool bytes_may_differ) {
+// Without hashes.
+change &note(search &all, const std::string &path) {
   const auto [place, is_new] = all.touched.try_emplace(path);
   change &touched = place->second;
   if (!is_new)
@@ -70,7 +64,6 @@ change &note(search &all, const std::string &path, bool bytes_may_differ) {
   touched.path = path;
   if (const auto status = look_up(all.seen.disk(), path)) {
     touched.before = state_of(all.seen.disk(), path, *status);
-    touched.stood = identity_of(*status);
     if (is_shared_file(*status)) {
       shared_file &file = all.shared_files[{status->st_dev, status->st_ino}];
       file.names = status->st_nlink;
@@ -78,13 +71,18 @@ change &note(search &all, const std::string &path, bool bytes_may_differ) {
     }
   }
   touched.after = state_of(all.seen.inside(), path);
-  add_hashes(all, touched, bytes_may_differ);
+  return touched;
+}
+
+change &note_with_hashes(search &all, const std::string &path) {
+  change &touched = note(all, path);
+  add_hashes(all.seen, touched);
   return touched;
 }
 
 // A path of the disk, and all below it, that the view may lack.
 void note_tree(search &all, const std::string &path) {
-  if (note(all, path, true).before.type != file_type::directory)
+  if (note_with_hashes(all, path).before.type != file_type::directory)
     return;
   for (const std::string &name : names_in(all.seen.disk(), path))
     note_tree(all, joined(path, name));
@@ -99,8 +97,10 @@ void note_children(search &all, const std::string &directory) {
 void note_written(search &all, const std::string &path, const std::string &written) {
   struct stat status {};
   checked(lstat(written.c_str(), &status), "cannot look up " + written);
-  const bool was_directory =
-      note(all, path, S_ISREG(status.st_mode) && !keeps_bytes(written)).before.type == file_type::directory;
+  change &touched = note(all, path);
+  if (S_ISREG(status.st_mode) && may_have_same_bytes(touched) && !keeps_bytes(written))
+    add_hashes(all.seen, touched);
+  const bool was_directory = touched.before.type == file_type::directory;
   if (S_ISDIR(status.st_mode))
     for (const std::string &name : names_in(all.seen.disk(), written))
       note_written(all, joined(path, name), joined(written, name));
@@ -113,7 +113,7 @@ void note_if_shared(search &all, const std::string &path, const struct stat &sta
   if (!S_ISREG(status.st_mode) || file == all.shared_files.end())
     return;
   file->second.found.insert(path);
-  note(all, path, true);
+  note_with_hashes(all, path);
 }
 
 void find_names(search &all, const std::string &directory, bool descends) {
@@ -170,17 +170,8 @@ change_kind kind_of(const change &change) {
   return before.owner != after.owner || before.group != after.group ? change_kind::owner : change_kind::none;
 }
 
-identity identity_of(const struct stat &status) {
-  return {status.st_dev, status.st_ino, status.st_size, status.st_ctim};
-}
-
-bool is_same(const identity &a, const identity &b) {
-  return a.device == b.device && a.inode == b.inode && a.size == b.size &&
-         a.changed.tv_sec == b.changed.tv_sec && a.changed.tv_nsec == b.changed.tv_nsec;
-}
-
-found_changes find_changes(const view &seen, const std::vector<std::string> &directories, hashing hashed) {
-  search all{seen, hashed, {}, {}};
+found_changes find_changes(const view &seen, const std::vector<std::string> &directories) {
+  search all{seen, {}, {}};
   for (const layer &covered : seen.layers())
     note_written(all, covered.mount.point, covered.changes);
   if (!all.shared_files.empty())

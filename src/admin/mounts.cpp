@@ -82,8 +82,8 @@ mounted root_without_mount() {
   checked(statvfs("/", &options), "cannot look up /");
   mounted root;
   root.device = std::to_string(major(status.st_dev)) + ":" + std::to_string(minor(status.st_dev));
-  root.root = std::string("/");
-  root.point = root.root;
+  root.root = "/";
+  root.point = "/";
   root.read_only = (options.f_flag & ST_RDONLY) != 0;
   root.no_exec = (options.f_flag & ST_NOEXEC) != 0;
   root.no_suid = (options.f_flag & ST_NOSUID) != 0;

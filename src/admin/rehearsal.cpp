@@ -114,21 +114,29 @@ void refuse_second_mounts(const view &seen, const found_changes &found) {
 
 using file_identity = std::pair<dev_t, ino_t>;
 
+struct copied_file {
+  std::string path;
+  off_t source_size;
+  off_t size;
+};
+
 // A scratch directory that ran full gives short files without an error. To be asked of a run that came to its
 // end: one that failed left files of the disk in the place of copies.
 void expect_whole_files(const view &seen, const target &host) {
-  std::map<file_identity, std::pair<off_t, std::string>> expected; // the last copy into a file counts
-  for (const deployment &step : deployments_of(host))
+  std::map<file_identity, copied_file> copies; // the last copy into a file counts
+  for (const deployment &step : deployments_of(host)) {
+    const open_directory sources = open_directory_in(seen.inside(), step.source);
+    const open_directory targets = open_directory_in(seen.inside(), step.target);
     for (const std::string &name : names_in(seen.inside(), step.source)) {
-      const auto source = follow(seen.inside(), joined(step.source, name));
-      const auto copy = follow(seen.inside(), joined(step.target, name));
-      if (is_deployed_name(name) && source && copy && S_ISREG(source->st_mode) && S_ISREG(copy->st_mode))
-        expected[{copy->st_dev, copy->st_ino}] = {source->st_size, joined(step.target, name)};
+      const auto source = is_deployed_name(name) ? follow(sources, name) : std::nullopt;
+      const auto copy = source && S_ISREG(source->st_mode) ? follow(targets, name) : std::nullopt;
+      if (copy && S_ISREG(copy->st_mode))
+        copies[{copy->st_dev, copy->st_ino}] = {joined(step.target, name), source->st_size, copy->st_size};
     }
-  for (const auto &[identity, size_and_path] : expected)
-    if (follow(seen.inside(), size_and_path.second)->st_size != size_and_path.first)
-      throw failure("the scratch directory for the rehearsal is full: " + size_and_path.second +
-                    " was cut short");
+  }
+  for (const auto &[identity, copy] : copies)
+    if (copy.size != copy.source_size)
+      throw failure("the scratch directory for the rehearsal is full: " + copy.path + " was cut short");
 }
 
 // Without this the reason alone would not tell what to do.

@@ -74,11 +74,13 @@ std::uint64_t bytes_below(const tree &in, const std::string &directory) {
   std::uint64_t bytes = 0;
   for (const std::string &name : names_in(in, directory)) {
     const std::string path = joined(directory, name);
-    const auto status = look_up(in, path);
+    auto status = look_up(in, path);
     if (status && S_ISDIR(status->st_mode))
       bytes += bytes_below(in, path);
-    else if (const auto file = follow(in, path))
-      bytes += static_cast<std::uint64_t>(file->st_size);
+    else if (status && S_ISLNK(status->st_mode))
+      status = follow(in, path);
+    if (status && !S_ISDIR(status->st_mode))
+      bytes += static_cast<std::uint64_t>(status->st_size);
   }
   return bytes;
 }

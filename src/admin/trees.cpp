@@ -57,6 +57,17 @@ std::optional<struct stat> follow(const tree &in, const std::string &path) {
   return status;
 }
 
+open_directory open_directory_in(const tree &in, const std::string &path) {
+  return {in, path, open_below(in, path, O_PATH | O_DIRECTORY)};
+}
+
+std::optional<struct stat> follow(const open_directory &directory, const std::string &name) {
+  struct stat status {};
+  if (!directory.file || fstatat(directory.file.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return std::nullopt;
+  return S_ISLNK(status.st_mode) ? follow(directory.in, joined(directory.path, name)) : std::optional(status);
+}
+
 descriptor open_in(const tree &in, const std::string &path) {
   return open_below(in, path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
 }

@@ -28,6 +28,19 @@ std::optional<struct stat> look_up(const tree &in, const std::string &path);
 // circle.
 std::optional<struct stat> follow(const tree &in, const std::string &path);
 
+// An open directory, in which many names are looked up at little cost.
+struct open_directory {
+  const tree &in;
+  std::string path;
+  descriptor file;
+};
+
+// The directory that the path leads to; its file is invalid where there is none.
+open_directory open_directory_in(const tree &in, const std::string &path);
+
+// What a name in the directory leads to in the end.
+std::optional<struct stat> follow(const open_directory &directory, const std::string &name);
+
 // Opens a file or a directory for reading, following links. Never waits and never becomes a terminal.
 // Invalid, with the reason in errno, when that fails.
 descriptor open_in(const tree &in, const std::string &path);
