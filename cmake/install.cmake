@@ -8,7 +8,7 @@ set(korvalen_doc_dir ${CMAKE_INSTALL_DATAROOTDIR}/doc/korvalen-install)
 set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
   OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
-install(TARGETS korvalen_installer RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS ${korvalen_programs} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(TARGETS korvalen_install EXPORT KorvalenInstallTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
 install(DIRECTORY src/korvalen DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 
@@ -44,6 +44,8 @@ function(install_gzipped source name directory)
   install(FILES ${zipped} DESTINATION ${directory})
 endfunction()
 
-install_gzipped(${CMAKE_CURRENT_SOURCE_DIR}/docs/korvalen_installer.8 korvalen_installer.8 ${CMAKE_INSTALL_MANDIR}/man8)
+foreach(program ${korvalen_programs})
+  install_gzipped(${CMAKE_CURRENT_SOURCE_DIR}/docs/${program}.8 ${program}.8 ${CMAKE_INSTALL_MANDIR}/man8)
+endforeach()
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION ${korvalen_doc_dir})
 install(DIRECTORY docs examples DESTINATION ${korvalen_doc_dir} PATTERN "*.8" EXCLUDE)
