@@ -1,6 +1,7 @@
 #include "admin/changes.h"
 
 #include <map>
+#include <optional>
 #include <set>
 #include <sys/xattr.h>
 #include <utility>
@@ -55,27 +56,38 @@ void add_hashes(const view &seen, change &touched) {
   touched.after.hash = hash_of(seen.inside(), touched.path);
 }
 
+// What stands at a path of the disk and of the view.
+struct sight {
+  std::optional<struct stat> before;
+  std::optional<struct stat> after;
+};
+
+sight look(const view &seen, const std::string &path) {
+  return {look_up(seen.disk(), path), look_up(seen.inside(), path)};
+}
+
 // Without hashes.
-change &note(search &all, const std::string &path) {
+change &note(search &all, const std::string &path, const sight &there) {
   const auto [place, is_new] = all.touched.try_emplace(path);
   change &touched = place->second;
   if (!is_new)
     return touched;
   touched.path = path;
-  if (const auto status = look_up(all.seen.disk(), path)) {
-    touched.before = state_of(all.seen.disk(), path, *status);
-    if (is_shared_file(*status)) {
-      shared_file &file = all.shared_files[{status->st_dev, status->st_ino}];
-      file.names = status->st_nlink;
+  if (there.before) {
+    touched.before = state_of(all.seen.disk(), path, *there.before);
+    if (is_shared_file(*there.before)) {
+      shared_file &file = all.shared_files[{there.before->st_dev, there.before->st_ino}];
+      file.names = there.before->st_nlink;
       file.found.insert(path);
     }
   }
-  touched.after = state_of(all.seen.inside(), path);
+  if (there.after)
+    touched.after = state_of(all.seen.inside(), path, *there.after);
   return touched;
 }
 
 change &note_with_hashes(search &all, const std::string &path) {
-  change &touched = note(all, path);
+  change &touched = note(all, path, look(all.seen, path));
   add_hashes(all.seen, touched);
   return touched;
 }
@@ -93,18 +105,29 @@ void note_children(search &all, const std::string &directory) {
     note_tree(all, joined(directory, name));
 }
 
-// `written` is what the overlay holds of the path.
-void note_written(search &all, const std::string &path, const std::string &written) {
-  struct stat status {};
-  checked(lstat(written.c_str(), &status), "cannot look up " + written);
-  change &touched = note(all, path);
-  if (S_ISREG(status.st_mode) && may_have_same_bytes(touched) && !keeps_bytes(written))
+void note_written(search &all, const std::string &path, const std::string &written, const sight &there);
+
+// The names that the overlay holds of a directory of the view.
+void note_names(search &all, const change &directory, const std::string &written) {
+  const open_directory after = open_directory_in(all.seen.inside(), directory.path);
+  std::optional<open_directory> before;
+  if (directory.before.type == file_type::directory)
+    before.emplace(open_directory_in(all.seen.disk(), directory.path));
+  for (const std::string &name : names_in(all.seen.disk(), written))
+    note_written(all, joined(directory.path, name), joined(written, name),
+                 {before ? look_up(*before, name) : std::nullopt, look_up(after, name)});
+}
+
+// `written` is what the overlay holds of the path: of the same type as in the view, where it is not a mark of
+// absence.
+void note_written(search &all, const std::string &path, const std::string &written, const sight &there) {
+  change &touched = note(all, path, there);
+  const bool is_directory = touched.after.type == file_type::directory;
+  if (may_have_same_bytes(touched) && !keeps_bytes(written))
     add_hashes(all.seen, touched);
-  const bool was_directory = touched.before.type == file_type::directory;
-  if (S_ISDIR(status.st_mode))
-    for (const std::string &name : names_in(all.seen.disk(), written))
-      note_written(all, joined(path, name), joined(written, name));
-  if (was_directory && (!S_ISDIR(status.st_mode) || is_opaque(written)))
+  if (is_directory)
+    note_names(all, touched, written);
+  if (touched.before.type == file_type::directory && (!is_directory || is_opaque(written)))
     note_children(all, path);
 }
 
@@ -173,7 +196,7 @@ change_kind kind_of(const change &change) {
 found_changes find_changes(const view &seen, const std::vector<std::string> &directories) {
   search all{seen, {}, {}};
   for (const layer &covered : seen.layers())
-    note_written(all, covered.mount.point, covered.changes);
+    note_written(all, covered.mount.point, covered.changes, look(seen, covered.mount.point));
   if (!all.shared_files.empty())
     find_other_names(all, directories);
 

@@ -29,6 +29,17 @@ descriptor open_below(const tree &in, const std::string &path, unsigned long lon
       static_cast<int>(syscall(SYS_openat2, in.root.get(), relative(path).c_str(), &how, sizeof how)));
 }
 
+// `path` is what a failure names.
+std::optional<struct stat> look_up_at(const descriptor &directory, const std::string &name,
+                                      const std::string &path) {
+  struct stat status {};
+  if (fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    return status;
+  if (errno != ENOENT && errno != ENOTDIR)
+    fail("cannot look up " + path);
+  return std::nullopt;
+}
+
 struct directory_closer {
   void operator()(DIR *directory) const { closedir(directory); }
 };
@@ -41,12 +52,7 @@ tree open_tree_at(const std::string &path) {
 }
 
 std::optional<struct stat> look_up(const tree &in, const std::string &path) {
-  struct stat status {};
-  if (fstatat(in.root.get(), relative(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
-    return status;
-  if (errno != ENOENT && errno != ENOTDIR)
-    fail("cannot look up " + path);
-  return std::nullopt;
+  return look_up_at(in.root, relative(path), path);
 }
 
 std::optional<struct stat> follow(const tree &in, const std::string &path) {
@@ -59,6 +65,10 @@ std::optional<struct stat> follow(const tree &in, const std::string &path) {
 
 open_directory open_directory_in(const tree &in, const std::string &path) {
   return {in, path, open_below(in, path, O_PATH | O_DIRECTORY)};
+}
+
+std::optional<struct stat> look_up(const open_directory &directory, const std::string &name) {
+  return look_up_at(directory.file, name, joined(directory.path, name));
 }
 
 std::optional<struct stat> follow(const open_directory &directory, const std::string &name) {

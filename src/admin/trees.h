@@ -38,7 +38,8 @@ struct open_directory {
 // The directory that the path leads to; its file is invalid where there is none.
 open_directory open_directory_in(const tree &in, const std::string &path);
 
-// What a name in the directory leads to in the end.
+// As the same of a path in the tree.
+std::optional<struct stat> look_up(const open_directory &directory, const std::string &name);
 std::optional<struct stat> follow(const open_directory &directory, const std::string &name);
 
 // Opens a file or a directory for reading, following links. Never waits and never becomes a terminal.
