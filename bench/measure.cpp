@@ -5,7 +5,8 @@
 // it took, itself included, the system calls that they made, the peak of the command's own resident memory
 // and that of the largest other process, in KiB. What a process held before its last exec does not count.
 //
-// The command's standard output is dropped. When the command fails, so does this.
+// The command's standard output is dropped. When the command fails, so does this: when it ends with another
+// status than 0, or than N where --status N stands before the command.
 
 #include <cstdio>
 #include <cstdlib>
@@ -144,13 +145,16 @@ int count_command(char **command) {
 
 int main(int argc, char **argv) {
   const bool times = argc > 2 && std::strcmp(argv[1], "time") == 0;
+  const bool has_status = argc > 4 && std::strcmp(argv[2], "--status") == 0;
   if (!times && (argc < 3 || std::strcmp(argv[1], "count") != 0)) {
-    std::fprintf(stderr, "usage: measure time|count COMMAND...\n");
+    std::fprintf(stderr, "usage: measure time|count [--status N] COMMAND...\n");
     return 2;
   }
-  const int status = times ? time_command(argv + 2) : count_command(argv + 2);
-  if (status == 0)
+  char **const command = has_status ? argv + 4 : argv + 2;
+  const int expected = has_status ? std::atoi(argv[3]) : 0;
+  const int status = times ? time_command(command) : count_command(command);
+  if (WIFEXITED(status) && WEXITSTATUS(status) == expected)
     return 0;
-  std::fprintf(stderr, "measure: %s ended with wait status %d\n", argv[2], status);
+  std::fprintf(stderr, "measure: %s ended with wait status %d\n", command[0], status);
   return 1;
 }
