@@ -18,7 +18,7 @@ target_compile_options(korvalen_options INTERFACE
   -Woverloaded-virtual -Wformat=2 -Wundef $<$<BOOL:${KORVALEN_WARNINGS_AS_ERRORS}>:-Werror>)
 # In an optimized build GCC 12 sees overlapping copies inside std::string where a short literal is put into one.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  target_compile_options(korvalen_options INTERFACE -Wno-restrict)
+  target_compile_options(korvalen_options INTERFACE $<$<NOT:$<CONFIG:Debug>>:-Wno-restrict>)
 endif()
 
 if(KORVALEN_HARDENED)
