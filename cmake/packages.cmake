@@ -4,6 +4,10 @@
 string(TIMESTAMP korvalen_year "%Y" UTC)
 string(TIMESTAMP korvalen_date "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(korvalen_maintainer "Korvalen installer team <team@korvalen.invalid>")
+set(korvalen_admin_copyright "")
+if(TARGET korvalen_admin)
+  file(READ cmake/admin_copyright korvalen_admin_copyright)
+endif()
 configure_file(cmake/copyright.in copyright @ONLY)
 configure_file(cmake/changelog.in changelog @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/copyright DESTINATION ${korvalen_doc_dir})
@@ -16,7 +20,8 @@ set(CPACK_PACKAGE_CONTACT ${korvalen_maintainer})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY ${PROJECT_DESCRIPTION})
 set(CPACK_PACKAGE_DESCRIPTION "Writes the product's configuration file, patches the launch scripts of ENVI
 and IDL, and deploys the product's extensions into them. An uninstall script
-is kept along the way. The install library for other programs is here too.")
+is kept along the way. A second program shows beforehand what would change.
+The install library for other programs is here too.")
 set(CPACK_PACKAGE_FILE_NAME korvalen-install-${PROJECT_VERSION}-linux-${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
 
