@@ -49,11 +49,16 @@ bool may_have_same_bytes(const change &touched) {
          touched.before.size == touched.after.size;
 }
 
+void add_hash(const tree &in, const std::string &path, state &one) {
+  if (one.type == file_type::file && !one.hash)
+    one.hash = hash_of(in, path);
+}
+
 void add_hashes(const view &seen, change &touched) {
-  if (touched.before.hash || !may_have_same_bytes(touched))
+  if (!may_have_same_bytes(touched))
     return;
-  touched.before.hash = hash_of(seen.disk(), touched.path);
-  touched.after.hash = hash_of(seen.inside(), touched.path);
+  add_hash(seen.disk(), touched.path, touched.before);
+  add_hash(seen.inside(), touched.path, touched.after);
 }
 
 // What stands at a path of the disk and of the view.
@@ -75,6 +80,7 @@ change &note(search &all, const std::string &path, const sight &there) {
   touched.path = path;
   if (there.before) {
     touched.before = state_of(all.seen.disk(), path, *there.before);
+    touched.stood = identity_of(*there.before);
     if (is_shared_file(*there.before)) {
       shared_file &file = all.shared_files[{there.before->st_dev, there.before->st_ino}];
       file.names = there.before->st_nlink;
@@ -193,7 +199,16 @@ change_kind kind_of(const change &change) {
   return before.owner != after.owner || before.group != after.group ? change_kind::owner : change_kind::none;
 }
 
-found_changes find_changes(const view &seen, const std::vector<std::string> &directories) {
+identity identity_of(const struct stat &status) {
+  return {status.st_dev, status.st_ino, status.st_size, status.st_ctim};
+}
+
+bool is_same(const identity &a, const identity &b) {
+  return a.device == b.device && a.inode == b.inode && a.size == b.size &&
+         a.changed.tv_sec == b.changed.tv_sec && a.changed.tv_nsec == b.changed.tv_nsec;
+}
+
+found_changes find_changes(const view &seen, const std::vector<std::string> &directories, hashing hashed) {
   search all{seen, {}, {}};
   for (const layer &covered : seen.layers())
     note_written(all, covered.mount.point, covered.changes, look(seen, covered.mount.point));
@@ -208,8 +223,13 @@ found_changes find_changes(const view &seen, const std::vector<std::string> &dir
     if (file.found.size() < file.names)
       found.with_unseen_names.push_back(*file.found.begin());
   }
-  for (auto &[path, touched] : all.touched)
+  for (auto &[path, touched] : all.touched) {
+    if (hashed == hashing::always) {
+      add_hash(seen.disk(), path, touched.before);
+      add_hash(seen.inside(), path, touched.after);
+    }
     found.touched.push_back(std::move(touched));
+  }
   return found;
 }
 
