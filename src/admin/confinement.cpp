@@ -6,11 +6,16 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
 #include <iostream>
+#include <iterator>
 #include <linux/capability.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -23,7 +28,9 @@ namespace korvalen::admin {
 
 namespace {
 
-constexpr int kept_powers[] = {CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER, CAP_FSETID};
+// Not CAP_DAC_READ_SEARCH: it adds nothing to CAP_DAC_OVERRIDE but opening files by their numbers, on whose
+// mount they lie or not.
+constexpr int kept_powers[] = {CAP_CHOWN, CAP_DAC_OVERRIDE, CAP_FOWNER, CAP_FSETID};
 
 // What the child ends with when it could not even begin; no exit status of the installer.
 constexpr int could_not_begin = 126;
@@ -42,6 +49,26 @@ void end_at_once(int status, void * /*unused*/) {
 void die_with_parent() {
   checked(prctl(PR_SET_PDEATHSIG, SIGKILL), "cannot ask to die with the parent");
 }
+
+// A pipe of which a parent holds the one end. Its child sees in it whether the parent died before the child
+// could ask to die with it.
+struct lifeline {
+  lifeline() {
+    int ends[2];
+    checked(pipe2(ends, O_CLOEXEC), "cannot make a pipe");
+    childs = descriptor(ends[0]);
+    parents = descriptor(ends[1]);
+  }
+  void hold_in_child() {
+    parents = descriptor();
+    die_with_parent();
+    pollfd end{childs.get(), 0, 0};
+    if (poll(&end, 1, 0) != 0)
+      _exit(could_not_begin);
+  }
+  descriptor childs;
+  descriptor parents;
+};
 
 void enter(const child_settings &settings) {
   if (!settings.root.empty())
@@ -78,28 +105,47 @@ int wait_for(pid_t child) {
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
+// Another program, to which a socket leads, could change the disk in the code's place. The installer and what
+// it starts have no need of sockets.
+void forbid_sockets() {
+  sock_filter filter[] = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_socket, 1, 0),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_io_uring_setup, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EACCES),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  };
+  const sock_fprog program{std::size(filter), filter};
+  checked(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), "cannot forbid sockets");
+}
+
 // The first process of a process namespace: all others die with it.
 [[noreturn]] void begin_and_wait(const child_settings &settings, const descriptor &output,
-                                 const descriptor &errors, const std::function<int()> &code) {
+                                 const descriptor &errors, lifeline &grandparent, const std::function<int()> &code) {
   int status = could_not_begin;
   try {
     replace_output(output, errors);
-    die_with_parent();
+    grandparent.hold_in_child();
     checked(unshare(CLONE_NEWPID), "cannot make a private process namespace");
+    lifeline parent;
     const pid_t child = checked(fork(), "cannot make a child process");
     if (child > 0)
       _exit(wait_for(child));
-    die_with_parent();
+    parent.hold_in_child();
+    // Signals to the own group must not reach that of the parent.
+    checked(setsid(), "cannot make a session");
     enter(settings);
     replace_input();
-    close_all_but(settings.kept_file);
     set_surroundings();
-    if (settings.drops_powers)
+    if (settings.drops_powers) {
       drop_powers();
+      forbid_sockets();
+    }
     on_exit(end_at_once, nullptr);
+    close_all_but(settings.kept_file);
     status = code();
   } catch (const failure &problem) {
-    std::cerr << problem.what() << std::endl;
+    dprintf(errors.get(), "%s\n", problem.what());
   }
   end_at_once(status, nullptr);
   _exit(status);
@@ -110,11 +156,14 @@ int wait_for(pid_t child) {
 outcome run_child(const child_settings &settings, const std::function<int()> &code) {
   const descriptor output = memory_file("output");
   const descriptor errors = memory_file("errors");
+  lifeline parent;
+  // Where the caller was started with this signal ignored, the child's status would be lost.
+  std::signal(SIGCHLD, SIG_DFL);
   std::cout.flush();
   std::fflush(nullptr);
   const pid_t child = checked(fork(), "cannot make a child process");
   if (child == 0)
-    begin_and_wait(settings, output, errors, code);
+    begin_and_wait(settings, output, errors, parent, code);
   outcome result{wait_for(child), read_whole(output), read_whole(errors)};
   if (result.status == could_not_begin)
     throw failure(result.errors.substr(0, result.errors.find('\n')));

@@ -144,14 +144,16 @@ void view::attach_everything() {
     if (!is_hidden && (is_made_up(mount) || !cover_or_bare(mount)))
       left_out.push_back(mount.point);
   }
-  // The one device.
+  // The one device. Read-only means its mode and owner, which are the disk's.
   const descriptor null = clone_of("/dev/null");
-  set_attributes(null, MOUNT_ATTR_NOEXEC, MOUNT_ATTR_NODEV);
+  set_attributes(null, MOUNT_ATTR_NOEXEC | MOUNT_ATTR_RDONLY, MOUNT_ATTR_NODEV);
   attach(null, in_view("/dev/null"));
   // In place of /proc, which nothing in the view must see.
   const std::string run = scratch_ + "/run";
   make_directory(run);
-  attach(clone_of(run), in_view(run_directory()));
+  const descriptor run_clone = clone_of(run);
+  set_attributes(run_clone, MOUNT_ATTR_NODEV | MOUNT_ATTR_NOSUID, 0);
+  attach(run_clone, in_view(run_directory()));
   checked(chdir("/"), "cannot enter /");
 }
 

@@ -30,6 +30,7 @@ public:
   other_program &operator=(const other_program &) = delete;
   // Waits for it. True when the code came to its end without an exception.
   bool finish();
+  pid_t process() const { return process_; }
 
 private:
   pid_t process_;
