@@ -35,25 +35,31 @@ void refuse_bare(const view &seen, const std::string &path) {
       refuse_mount(path, bare);
 }
 
-void refuse_bare_links(const view &seen, const std::string &directory) {
+// What a path leads to must be in the view as it is on the disk.
+void refuse_end(const view &seen, const std::string &path) {
+  const auto end = follow(seen.disk(), path);
+  if (end && (S_ISCHR(end->st_mode) || S_ISBLK(end->st_mode)))
+    throw failure(path + " cannot be rehearsed: it leads to a device, and there is none in a rehearsal");
+  if (const auto real = end ? real_path(path) : std::nullopt)
+    refuse_bare(seen, *real);
+}
+
+void refuse_ends_below(const view &seen, const std::string &directory) {
   for (const std::string &name : names_in(seen.disk(), directory)) {
     const std::string path = joined(directory, name);
     const auto status = look_up(seen.disk(), path);
     if (status && S_ISDIR(status->st_mode))
-      refuse_bare_links(seen, path);
-    const auto target = status && S_ISLNK(status->st_mode) ? real_path(path) : std::nullopt;
-    if (target)
-      refuse_bare(seen, *target);
+      refuse_ends_below(seen, path);
+    else if (status && !S_ISREG(status->st_mode))
+      refuse_end(seen, path);
   }
 }
 
 // The installer would be refused there what it is allowed on the disk.
-void refuse_bare_mounts(const view &seen, const std::vector<std::string> &directories) {
-  if (seen.bare_mounts().empty())
-    return;
+void refuse_what_is_not_in_view(const view &seen, const std::vector<std::string> &directories) {
   for (const std::string &directory : directories) {
     refuse_bare(seen, directory);
-    refuse_bare_links(seen, directory);
+    refuse_ends_below(seen, directory);
   }
 }
 
@@ -168,7 +174,7 @@ rehearsal rehearse(const target &host, hashing hashed) {
       made.stale_backups.push_back(script.backup);
 
   made.seen = make_view(scratch);
-  refuse_bare_mounts(*made.seen, directories);
+  refuse_what_is_not_in_view(*made.seen, directories);
   made.installer = run_confined(made.seen->inside().path, view::run_directory(), [&] {
     set_install_waits(false);
     return set_aside_and_install(host, made.stale_backups);

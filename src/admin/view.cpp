@@ -64,6 +64,11 @@ std::string in_view(const std::string &path) {
   return path == "/" ? view_root : view_root + path;
 }
 
+bool is_directory(const std::string &path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 void make_directory(const std::string &path) {
   checked(mkdir(path.c_str(), 0755), "cannot make the directory " + path);
 }
@@ -168,14 +173,18 @@ bool view::cover_or_bare(const mounted &mount) {
     bare_mounts_.push_back({mount, problem.what()});
   }
   const descriptor clone = clone_of(mount.point);
-  if (!clone)
+  if (!clone) {
+    bare_mounts_.push_back({mount, std::string("nor copied: ") + std::strerror(errno)});
     return false;
+  }
   set_attributes(clone, attributes_of(mount) | MOUNT_ATTR_RDONLY, 0);
   attach(clone, in_view(mount.point));
   return true;
 }
 
 descriptor view::cover(const mounted &mount) {
+  if (!is_directory(mount.point))
+    throw failure("it is no directory");
   const std::string place = scratch_ + "/" + std::to_string(layers_.size() + bare_mounts_.size());
   const std::string upper = place + "/upper";
   const std::string work = place + "/work";
@@ -193,9 +202,10 @@ descriptor view::cover(const mounted &mount) {
   configure(overlay, "index", "on");
   configure(overlay, "metacopy", "on");
   checked(fsconfig(overlay.get(), FSCONFIG_CMD_CREATE, nullptr, nullptr, 0),
-          "cannot be covered by an overlay");
-  descriptor covered(checked(fsmount(overlay.get(), FSMOUNT_CLOEXEC, attributes_of(mount)),
-                             "cannot be covered by an overlay"));
+          mount.type == "overlay" ? "it is an overlay itself, of which the kernel stacks two at most"
+                                  : "the kernel refuses an overlay of it");
+  descriptor covered(
+      checked(fsmount(overlay.get(), FSMOUNT_CLOEXEC, attributes_of(mount)), "the kernel mounts no overlay"));
   layers_.push_back({mount, upper, access((work + "/index").c_str(), F_OK) == 0});
   return covered;
 }

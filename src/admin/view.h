@@ -21,7 +21,7 @@ struct layer {
   bool joins_names;    // whether what is written under one name of a file is seen under its other names
 };
 
-// A mount that could be written on the disk and cannot in the view.
+// A mount that could be written on the disk and cannot in the view, or that the view lacks.
 struct bare_mount {
   mounted mount;
   std::string reason;

@@ -239,7 +239,7 @@ const attempt attempts[] = {
      [](const targets &t) { return result_of(syscall(SYS_pidfd_open, t.parent, 0)); }},
     {"ToKillTheParent", ESRCH, [](const targets &t) { return result_of(kill(t.parent, SIGKILL)); }},
     {"ToKillAnotherProcess", ESRCH, [](const targets &t) { return result_of(kill(t.bystander, SIGKILL)); }},
-    {"ToKillAllProcesses", ESRCH, [](const targets &) { return result_of(kill(-1, SIGKILL)); }},
+    {"ToKillAllProcesses", ESRCH, [](const targets &) { return result_of(kill(-1, 0)); }},
     {"ToEndTheGroupOfTheParent", 0, [](const targets &) { return result_of(kill(0, SIGTERM)); }},
     {"ToSpeakToASocketOfTheDisk", EACCES, [](const targets &t) { return try_to_connect(t.at("socket")); }},
     {"ToSpeakToASocketOnAMountThatCannotBeCovered", EACCES,
