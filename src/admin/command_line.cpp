@@ -8,6 +8,7 @@
 #include <map>
 #include <sstream>
 #include <string_view>
+#include <system_error>
 
 #include <CLI/CLI.hpp>
 
@@ -71,7 +72,13 @@ void refuse_unusable_envi_dir(const std::string &envi_dir) {
 }
 
 std::string absolute(const std::string &path) {
-  return plain_path(path, std::filesystem::current_path().string());
+  if (path.starts_with('/'))
+    return plain_path(path, "/");
+  std::error_code problem;
+  const std::filesystem::path directory = std::filesystem::current_path(problem);
+  if (problem)
+    throw failure("cannot tell the current directory: " + problem.message());
+  return plain_path(path, directory.string());
 }
 
 } // namespace

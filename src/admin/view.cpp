@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sched.h>
@@ -49,10 +49,11 @@ void set_attributes(const descriptor &mount, std::uint64_t set, std::uint64_t cl
           "cannot set the attributes of a mount");
 }
 
-// A second mount of what is mounted at the path, attached nowhere yet. Invalid where the mount forbids that.
+// A second mount of what is mounted at the path, attached nowhere yet.
 descriptor clone_of(const std::string &path) {
   return descriptor(
-      open_tree(AT_FDCWD, path.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_SYMLINK_NOFOLLOW));
+      checked(open_tree(AT_FDCWD, path.c_str(), OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC | AT_SYMLINK_NOFOLLOW),
+              "cannot copy the mount of " + path));
 }
 
 void attach(const descriptor &mount, const std::string &path) {
@@ -108,15 +109,23 @@ view::way_back::way_back()
     : names(open_for_reading("/proc/self/ns/mnt")),
       root(checked(open("/", O_PATH | O_DIRECTORY | O_CLOEXEC), "cannot open /")),
       directory(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+  // Better now than when there is a view to come back from.
+  if (!go())
+    fail("cannot enter a mount namespace");
   checked(unshare(CLONE_NEWNS), "cannot make a private mount namespace");
 }
 
 view::way_back::~way_back() {
+  if (go())
+    return;
   // A process that cannot go back has lost its surroundings: to go on would be to work on the view.
-  if (setns(names.get(), CLONE_NEWNS) != 0 || fchdir(root.get()) != 0 || chroot(".") != 0)
-    std::abort();
-  if (directory && fchdir(directory.get()) != 0)
-    std::abort();
+  dprintf(STDERR_FILENO, "korvalen_admin: cannot come back from a rehearsal: %s\n", std::strerror(errno));
+  _exit(1);
+}
+
+bool view::way_back::go() const {
+  return setns(names.get(), CLONE_NEWNS) == 0 && fchdir(root.get()) == 0 && chroot(".") == 0 &&
+         (!directory || fchdir(directory.get()) == 0);
 }
 
 view::view(const scratch_place &scratch)
@@ -172,14 +181,15 @@ bool view::cover_or_bare(const mounted &mount) {
   } catch (const failure &problem) {
     bare_mounts_.push_back({mount, problem.what()});
   }
-  const descriptor clone = clone_of(mount.point);
-  if (!clone) {
-    bare_mounts_.push_back({mount, std::string("nor copied: ") + std::strerror(errno)});
+  try {
+    const descriptor clone = clone_of(mount.point);
+    set_attributes(clone, attributes_of(mount) | MOUNT_ATTR_RDONLY, 0);
+    attach(clone, in_view(mount.point));
+    return true;
+  } catch (const failure &problem) {
+    bare_mounts_.push_back({mount, problem.what()});
     return false;
   }
-  set_attributes(clone, attributes_of(mount) | MOUNT_ATTR_RDONLY, 0);
-  attach(clone, in_view(mount.point));
-  return true;
 }
 
 descriptor view::cover(const mounted &mount) {

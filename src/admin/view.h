@@ -58,6 +58,7 @@ private:
   struct way_back {
     way_back();
     ~way_back();
+    bool go() const;
     way_back(const way_back &) = delete;
     way_back &operator=(const way_back &) = delete;
     descriptor names;

@@ -11,11 +11,13 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
 #include <sys/mount.h>
+#include <unistd.h>
 #include <vector>
 
 namespace admin_tests {
@@ -147,7 +149,8 @@ protected:
       const std::optional<support::other_root> other =
           root_.empty() ? std::nullopt : std::optional<support::other_root>(std::in_place, root_);
       korvalen::admin::set_surroundings();
-      fs::current_path("/var/tmp");
+      fs::create_directories(path("cwd"));
+      fs::current_path(path("cwd"));
       korvalen::set_install_waits(false);
       std::string product_dir = product();
       const std::string target = envi_dir;
@@ -171,11 +174,15 @@ protected:
     std::vector<std::string> happened = changes_between(before, entries_below(watched()));
     for (std::string &line : happened)
       line = whole_runs::replaced(line, " " + root_ + "/", " /");
-    expect_same(json::parse(planned.out, nullptr, false), planned.status, installed, happened);
+    told_ = json::parse(planned.out, nullptr, false);
+    expect_same(told_, planned.status, installed, happened);
     for (std::string &line : happened)
       line = whole_runs::replaced(whole_runs::replaced(line, envi(), "ENVI"), product(), "PRODUCT");
     return happened;
   }
+
+  // What the plan before the installation told.
+  const json &last_plan() const { return told_; }
 
   static void expect_same(const json &planned, int status, const support::outcome &installed,
                           const std::vector<std::string> &happened) {
@@ -192,27 +199,52 @@ protected:
     EXPECT_EQ(status, installed.status != 0 ? 1 : happened.empty() ? 0 : 2) << planned.value("error", "");
   }
 
+  // The same with something in the way that the process brings upon itself before it becomes the program.
+  support::outcome plan_under(const std::function<void()> &hindrance,
+                              const char *option = "--color=never") const {
+    return support::call([&] {
+      hindrance();
+      execl(ADMIN_PATH, ADMIN_PATH, "plan", option, product().c_str(), envi_dir.c_str(), nullptr);
+      return 127;
+    });
+  }
+
   // The line with which a plan is refused, the host's directory written as "~"; the disk stays as it is.
   std::string refusal() const {
+    return refusal_of([this](const char *option) { return plan({option}); });
+  }
+  std::string refusal_under(const std::function<void()> &hindrance) const {
+    return refusal_of([&](const char *option) { return plan_under(hindrance, option); });
+  }
+
+  std::string refusal_of(const std::function<support::outcome(const char *)> &planned) const {
     const disk_state before = state_of_all({root_ + host(), root_ + "/etc"});
-    const support::outcome in_words = plan();
-    const support::outcome in_json = plan({"--json"});
+    const support::outcome in_words = planned("--color=never");
+    const support::outcome in_json = planned("--json");
     EXPECT_EQ(differences(before, state_of_all({root_ + host(), root_ + "/etc"})), "");
     if (in_words.status != 1)
-      return "not refused";
+      return "not refused: " + in_words.err;
     EXPECT_EQ(in_words.out, "");
     EXPECT_EQ(in_json.err, "");
     EXPECT_EQ(in_json.status, 1);
     const json object = json::parse(in_json.out, nullptr, false);
     EXPECT_TRUE(object.is_object() && object["changes"].empty()) << in_json.out;
-    const std::string error = object.is_object() ? object.value("error", "") : "";
-    EXPECT_EQ(in_words.err, "korvalen_admin: " + error + "\n");
+    const std::string error = without_random_names(object.is_object() ? object.value("error", "") : "");
+    EXPECT_EQ(without_random_names(in_words.err), "korvalen_admin: " + error + "\n");
     return whole_runs::replaced(error, host(), "~");
+  }
+
+  static std::string without_random_names(std::string text) {
+    const std::string name = "korvalen_plan.";
+    if (const std::size_t at = text.find(name); at != std::string::npos)
+      text.replace(at + name.size(), 6, "*");
+    return text;
   }
 
 private:
   std::vector<std::string> mounts_;
   std::string root_;
+  json told_;
 };
 
 } // namespace admin_tests
