@@ -52,22 +52,25 @@ void die_with_parent() {
 
 // A pipe of which a parent holds the one end. Its child sees in it whether the parent died before the child
 // could ask to die with it.
-struct lifeline {
+class lifeline {
+public:
   lifeline() {
     int ends[2];
     checked(pipe2(ends, O_CLOEXEC), "cannot make a pipe");
-    childs = descriptor(ends[0]);
-    parents = descriptor(ends[1]);
+    child_end_ = descriptor(ends[0]);
+    parent_end_ = descriptor(ends[1]);
   }
   void hold_in_child() {
-    parents = descriptor();
+    parent_end_ = descriptor();
     die_with_parent();
-    pollfd end{childs.get(), 0, 0};
+    pollfd end{child_end_.get(), 0, 0};
     if (poll(&end, 1, 0) != 0)
       _exit(could_not_begin);
   }
-  descriptor childs;
-  descriptor parents;
+
+private:
+  descriptor child_end_;
+  descriptor parent_end_;
 };
 
 void enter(const child_settings &settings) {

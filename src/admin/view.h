@@ -58,7 +58,8 @@ private:
   struct way_back {
     way_back();
     ~way_back();
-    bool go() const;
+    // False, with the reason in errno, when the kernel or its rules refuse.
+    [[nodiscard]] bool go() const;
     way_back(const way_back &) = delete;
     way_back &operator=(const way_back &) = delete;
     descriptor names;
