@@ -124,7 +124,8 @@ void forbid_sockets() {
 
 // The first process of a process namespace: all others die with it.
 [[noreturn]] void begin_and_wait(const child_settings &settings, const descriptor &output,
-                                 const descriptor &errors, lifeline &grandparent, const std::function<int()> &code) {
+                                 const descriptor &errors, lifeline &grandparent,
+                                 const std::function<int()> &code) {
   int status = could_not_begin;
   try {
     replace_output(output, errors);

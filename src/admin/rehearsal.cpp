@@ -142,7 +142,8 @@ std::map<file_identity, copied_file> find_copies(const tree &in, const target &h
       const auto source = is_deployed_name(name) ? follow(sources, name) : std::nullopt;
       const auto copy = source && S_ISREG(source->st_mode) ? follow(targets, name) : std::nullopt;
       if (copy && S_ISREG(copy->st_mode))
-        copies[file_of(*copy)] = {joined(step.target, name), copy->st_size, source->st_size, file_of(*source)};
+        copies[file_of(*copy)] = {joined(step.target, name), copy->st_size, source->st_size,
+                                  file_of(*source)};
     }
   }
   return copies;
@@ -204,52 +205,9 @@ rehearsal rehearse(const target &host, hashing hashed) {
     return set_aside_and_install(host, made.stale_backups);
   });
   expect_room(made.seen->scratch());
-file_identity file_of(const struct stat &status) {
-  return {status.st_dev, status.st_ino};
-}
-
-struct copied_file {
-  std::string path;
-  off_t size; // as large as its source, or not
-  off_t source_size;
-  file_identity source;
-};
-
-// The last copy into a file counts.
-std::map<file_identity, copied_file> find_copies(const tree &in, const target &host) {
-  std::map<file_identity, copied_file> copies;
-  for (const deployment &step : deployments_of(host)) {
-    const open_directory sources = open_directory_in(in, step.source);
-    const open_directory targets = open_directory_in(in, step.target);
-    for (const std::string &name : names_in(in, step.source)) {
-      const auto source = is_deployed_name(name) ? follow(sources, name) : std::nullopt;
-      const auto copy = source && S_ISREG(source->st_mode) ? follow(targets, name) : std::nullopt;
-      if (copy && S_ISREG(copy->st_mode))
-        copies[file_of(*copy)] = {joined(step.target, name), copy->st_size, source->st_size, file_of(*source)};
-    }
-  }
-  return copies;
-}
-
-std::set<file_identity> find_scripts(const tree &in, const target &host) {
-  std::set<file_identity> scripts;
-  for (const launch_script &script : launch_scripts_of(host))
-    if (const auto status = follow(in, script.path))
-      scripts.insert(file_of(*status));
-  return scripts;
-}
-
-// A scratch directory that ran full gives short files without an error. Of files that are written for another
-// reason too, the sizes say nothing; and of none where the installer ended early.
-void expect_whole_files(const view &seen, const target &host) {
-  const std::map<file_identity, copied_file> copies = find_copies(seen.inside(), host);
-  const std::set<file_identity> scripts = find_scripts(seen.inside(), host);
-  for (const auto &[identity, copy] : copies) {
-    const bool is_written_again =
-        scripts.contains(identity) || scripts.contains(copy.source) || copies.contains(copy.source);
-    if (!is_written_again && copy.size != copy.source_size)
-      throw failure("the scratch directory for the rehearsal is full: " + copy.path + " was cut short");
-  }
+  if (made.installer.status == 0)
+    expect_whole_files(*made.seen, host);
+  made.found = find_changes(*made.seen, directories, hashed);
   refuse_separate_names(*made.seen, made.found);
   refuse_second_mounts(*made.seen, made.found);
   return made;
