@@ -137,11 +137,15 @@ TEST_F(Confinement, DoesNotPrintWhatTheCallerHasYetToPrint) {
 
 TEST_F(Confinement, GivesTheSurroundingsOfEveryRunAndNoOthers) {
   setenv("KORVALEN_INIT_DIR", "/somewhere", 1);
+  write_file("input", "of the caller");
+  const int previous_input = dup(STDIN_FILENO);
+  dup2(open("input", O_RDONLY), STDIN_FILENO);
   umask(0777);
   const outcome ended =
       confine([] { return system("env | sort | grep -v ^PWD= | grep -v ^_=; umask; pwd; wc -c"); });
   unsetenv("KORVALEN_INIT_DIR");
   umask(022);
+  dup2(previous_input, STDIN_FILENO);
   EXPECT_EQ(ended.output,
             "LC_ALL=C.UTF-8\nPATH=/usr/sbin:/usr/bin:/sbin:/bin\n0022\n" + scratch().string() + "\n0\n");
 }

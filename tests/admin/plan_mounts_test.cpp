@@ -198,10 +198,12 @@ TEST_F(PlanOverMounts, WithOddNamesIsTrue) {
 
 TEST_F(PlanOverMounts, OfAnEnviWithAnOddNameIsTrue) {
   make_host();
-  envi_dir = path("host/a:b,c");
-  mount_memory(envi_dir);
-  copy_tree(envi(), envi_dir);
-  EXPECT_THAT(expect_true_plan(), Contains("new file 0755 0:0 " + envi_dir + "/save/k.sav"));
+  const std::string odd = path("host/a b:c,d\\e\\040\tf\ng\"h'");
+  mount_memory(odd);
+  copy_tree(envi(), odd);
+  envi_dir = path("host/envi_link");
+  fs::create_symlink(odd, envi_dir);
+  EXPECT_THAT(expect_true_plan(), Contains("new file 0755 0:0 " + odd + "/save/k.sav"));
 }
 
 TEST_F(PlanOverMounts, OfTheProcessesTwiceAndInThemIsTrue) {

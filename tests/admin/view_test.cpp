@@ -130,10 +130,35 @@ TEST_F(View, TellsWhatWasChangedAndChangedBackAsNoChange) {
 TEST_F(View, IsAtItsEndWhereItWasAtItsBeginning) {
   const std::string mounts = read_file("/proc/self/mountinfo");
   umask(0347);
-  { const view seen(in_memory); }
+  {
+    const view seen(in_memory);
+    EXPECT_EQ(support::mode_of(seen.inside().path + view::run_directory()), 0755U);
+  }
   EXPECT_EQ(umask(022), 0347U);
   EXPECT_EQ(read_file("/proc/self/mountinfo"), mounts);
   EXPECT_EQ(fs::current_path(), scratch());
+}
+
+TEST_F(View, ForbidsWhatTheMountsOfTheDiskForbidAndDevices) {
+  EXPECT_THAT(call([&] {
+                if (unshare(CLONE_NEWNS) != 0 ||
+                    mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+                  return 125;
+                fs::create_directory("m");
+                mount("memory", "m", "tmpfs", 0, "");
+                fs::create_directory("m/forbids");
+                mount("memory", "m/forbids", "tmpfs", MS_NOEXEC | MS_NOSUID, "");
+                const view seen(in_memory);
+                for (const char *const point : {"m", "m/forbids"}) {
+                  struct statvfs told {};
+                  statvfs((seen.inside().path + path(point)).c_str(), &told);
+                  std::cout << point << ((told.f_flag & ST_NODEV) != 0 ? " nodev" : "")
+                            << ((told.f_flag & ST_NOEXEC) != 0 ? " noexec" : "")
+                            << ((told.f_flag & ST_NOSUID) != 0 ? " nosuid" : "") << '\n';
+                }
+                return 0;
+              }),
+              Ended(0, "m nodev\nm/forbids nodev noexec nosuid\n", ""));
 }
 
 TEST_F(View, IsNotMadeWithoutRightsAndLeavesTheProcessWhereItWas) {
