@@ -193,8 +193,11 @@ json unsealed(const std::string &text) {
   if (!text.ends_with('\n'))
     throw failure("it is cut off");
   const json whole = json::parse(text);
-  if (whole.at("version").get<int>() > version)
+  const json written_by = whole.at("version");
+  if (written_by > version)
     throw failure("it was written by a later version");
+  if (written_by != version)
+    throw failure("it is of no version that there was");
   json content = whole.at("content");
   if (whole.at("checksum").get<std::string>() != checksum_of(content.dump()))
     throw failure("its checksum is wrong");
