@@ -23,7 +23,7 @@ bool is_octal(char byte) {
 std::string unescaped(std::string_view text) {
   std::string result;
   for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '\\' && i + 3 < text.size() + 0 && is_octal(text[i + 1]) && is_octal(text[i + 2]) &&
+    if (text[i] == '\\' && i + 3 < text.size() && is_octal(text[i + 1]) && is_octal(text[i + 2]) &&
         is_octal(text[i + 3])) {
       result += static_cast<char>((text[i + 1] - '0') * 64 + (text[i + 2] - '0') * 8 + (text[i + 3] - '0'));
       i += 3;
@@ -50,14 +50,14 @@ bool parse_line(const std::string &line, mounted &mount) {
   std::string parent;
   std::string options;
   std::string field;
-  std::string source;
-  std::string super_options;
   if (!(fields >> mount.id >> parent >> mount.device >> mount.root >> mount.point >> options))
     return false;
   while (fields >> field && field != "-") {
   }
-  if (!(fields >> mount.type >> source >> super_options))
+  if (!(fields >> mount.type))
     return false;
+  // The source may be an empty text.
+  const std::string_view super_options = std::string_view(line).substr(line.rfind(' ') + 1);
   mount.root = unescaped(mount.root);
   mount.point = unescaped(mount.point);
   mount.read_only = has_option(options, "ro") || has_option(super_options, "ro");
