@@ -59,11 +59,37 @@ void drop_changed(path_map &paths, const journal &run, std::uint64_t id) {
   });
 }
 
+// A directory that an earlier run made is needed by whoever has something in it.
+void use_directories(path_map &paths, const journal &run, std::uint64_t id) {
+  for (const journaled_path &touched : run.paths) {
+    if (touched.after.type == file_type::absent)
+      continue;
+    for (std::string above = parent_of(touched.path); above != "/"; above = parent_of(above)) {
+      const auto known = paths.find(above);
+      if (known != paths.end() && !known->second.used_by.contains(id) &&
+          is_same(present_state(above).value_or(state{}), known->second.after))
+        known->second.used_by.insert(id);
+    }
+  }
+}
+
 void add_users(path_map &paths, const std::vector<installation> &installations) {
   for (auto &[path, one] : paths)
     for (const installation &owner : installations)
       if (belongs_to(owner, path) && !one.used_by.empty())
         one.used_by.insert(owner.id);
+}
+
+// A directory that is gone is known by the name that it was given by.
+bool is_same_directory(const std::string &real, const std::string &given, const std::string &wanted_real,
+                       const std::string &wanted_given) {
+  return real == wanted_real || (given == wanted_given && !real_path(wanted_given));
+}
+
+bool is_same_envi(const installation &one, const installation &wanted) {
+  if (!one.envi_dir || !wanted.envi_dir)
+    return !one.envi_dir && !wanted.envi_dir;
+  return is_same_directory(*one.real_envi_dir, *one.envi_dir, *wanted.real_envi_dir, *wanted.envi_dir);
 }
 
 std::string real_or_given(const std::string &path) {
@@ -89,11 +115,9 @@ installation installation_of(const target &host) {
 const installation *find_installation(const receipt &record, const installation &wanted) {
   const auto found =
       std::find_if(record.installations.begin(), record.installations.end(), [&](const installation &one) {
-        const bool is_same_envi =
-            one.real_envi_dir == wanted.real_envi_dir || (one.envi_dir && one.envi_dir == wanted.envi_dir);
-        const bool is_same_product =
-            one.real_product_dir == wanted.real_product_dir || one.product_dir == wanted.product_dir;
-        return is_same_envi && is_same_product && one.local_layout == wanted.local_layout;
+        return is_same_envi(one, wanted) && one.local_layout == wanted.local_layout &&
+               is_same_directory(one.real_product_dir, one.product_dir, wanted.real_product_dir,
+                                 wanted.product_dir);
       });
   return found == record.installations.end() ? nullptr : &*found;
 }
@@ -130,6 +154,7 @@ merge_result merge(const receipt &record, const installation &made, const journa
   drop_changed(paths, run, entered.id);
   for (const journaled_path &touched : run.paths)
     merge_path(paths, touched, entered.id, result, holding_block);
+  use_directories(paths, run, entered.id);
   add_users(paths, result.record.installations);
   for (auto &[path, one] : paths)
     result.record.paths.push_back(std::move(one));

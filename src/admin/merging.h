@@ -15,7 +15,8 @@ namespace korvalen::admin {
 // name under which it was given.
 installation installation_of(const target &host);
 
-// The installation on record that is the same, whatever names it was given by; null when there is none.
+// The installation on record that is the same, whatever names it was given by; null when there is none. A
+// name that leads elsewhere now means what it leads to.
 const installation *find_installation(const receipt &record, const installation &wanted);
 
 const recorded_path *find_path(const receipt &record, const std::string &path);
