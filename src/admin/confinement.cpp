@@ -122,6 +122,13 @@ void forbid_sockets() {
   checked(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), "cannot forbid sockets");
 }
 
+int wait_for_all(pid_t child) {
+  const int status = wait_for(child);
+  while (waitpid(-1, nullptr, 0) >= 0 || errno == EINTR) {
+  }
+  return status;
+}
+
 // The first process of a process namespace: all others die with it.
 [[noreturn]] void begin_and_wait(const child_settings &settings, const descriptor &output,
                                  const descriptor &errors, lifeline &grandparent,
@@ -165,10 +172,12 @@ outcome run_child(const child_settings &settings, const std::function<int()> &co
   std::signal(SIGCHLD, SIG_DFL);
   std::cout.flush();
   std::fflush(nullptr);
+  // Where the child is killed, what it started becomes this process's own, and is waited for.
+  checked(prctl(PR_SET_CHILD_SUBREAPER, 1), "cannot ask for the children of a child");
   const pid_t child = checked(fork(), "cannot make a child process");
   if (child == 0)
     begin_and_wait(settings, output, errors, parent, code);
-  outcome result{wait_for(child), read_whole(output), read_whole(errors)};
+  outcome result{wait_for_all(child), read_whole(output), read_whole(errors)};
   if (result.status == could_not_begin)
     throw failure(result.errors.substr(0, result.errors.find('\n')));
   return result;
