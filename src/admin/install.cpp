@@ -77,24 +77,13 @@ void add_notes(report &told, const taken_back &back) {
   told.notes.insert(told.notes.end(), back.aside.begin(), back.aside.end());
 }
 
-// Either everything is as rehearsed and on disk, or as it was.
-void run_or_take_back(const command &given, const store &kept, const prepared_run &run, report &told) {
-  try {
-    told.installer = run_installer(given, kept, run);
-    if (told.installer->status != 0)
-      throw failure("the installer ended with status " + std::to_string(told.installer->status) + ": " +
-                    first_line(told.installer->errors));
-    flush_file_systems(paths_of(run.plan));
-    expect_as_rehearsed(run.plan);
-  } catch (const failure &problem) {
-    const std::string reason = problem.what();
-    try {
-      add_notes(told, take_back(kept, run.plan));
-    } catch (const failure &other) {
-      throw failure(reason + "; " + other.what());
-    }
-    throw failure(reason + "; everything was taken back");
-  }
+void run_and_compare(const command &given, const store &kept, const prepared_run &run, report &told) {
+  told.installer = run_installer(given, kept, run);
+  if (told.installer->status != 0)
+    throw failure("the installer ended with status " + std::to_string(told.installer->status) + ": " +
+                  first_line(told.installer->errors));
+  flush_file_systems(paths_of(run.plan));
+  expect_as_rehearsed(run.plan);
 }
 
 void put_aside_edited(const prepared_run &run, const std::vector<std::string> &scripts, report &told) {
@@ -102,31 +91,64 @@ void put_aside_edited(const prepared_run &run, const std::vector<std::string> &s
     told.notes.push_back("The edited script is kept as " + copy_aside(run.plan, script));
 }
 
-// The moment of success is in the middle: the receipt.
-void commit(const store &kept, const receipt &record, const installation &made, const prepared_run &run,
-            report &told) {
-  const merge_result merged = merge(record, made, run.plan, run.holding_block);
+// Its end is the moment of success.
+void enter_into_record(const command &given, const store &kept, const receipt &record,
+                       const prepared_run &run, report &told) {
+  const merge_result merged = merge(record, installation_of(given.host), run.plan, run.holding_block);
   put_aside_edited(run, merged.edited_scripts, told);
   kept.write(merged.record);
+}
+
+[[noreturn]] void take_back_after(const failure &problem, const store &kept, const prepared_run &run,
+                                  report &told) {
+  const std::string reason = problem.what();
+  if (kept.read_receipt().run == run.plan.run)
+    throw failure(reason + "; the installation stands and is on record");
+  try {
+    add_notes(told, take_back(kept, run.plan));
+  } catch (const failure &other) {
+    told.changes = not_taken_back(run.plan);
+    throw failure(reason + "; " + other.what());
+  }
+  throw failure(reason + "; everything was taken back");
+}
+
+// Either everything is as rehearsed, on disk and on record, or as it was.
+void run_or_take_back(const command &given, const store &kept, const receipt &record, const prepared_run &run,
+                      report &told) {
+  try {
+    run_and_compare(given, kept, run, told);
+    enter_into_record(given, kept, record, run, told);
+  } catch (const failure &problem) {
+    take_back_after(problem, kept, run, told);
+  }
+}
+
+void forget_run(const store &kept) {
   kept.remove_journal();
-  kept.remove_kept_but(kept_by(merged.record));
+  kept.remove_kept_but(kept_by(kept.read_receipt()));
   kept.remove_run_directory();
 }
 
-// False when there is nothing to do. Leaves the view.
+// Keeps what is needed to take the run back. False when there is nothing to do. Leaves the view.
 bool prepare(const command &given, const store &kept, const receipt &record, report &told,
              prepared_run &run) {
   const rehearsal made = rehearse(given.host, hashing::always);
   told.warnings = find_warnings(given.host, made, record);
+  told.installer = made.installer;
   if (const std::string obstacle = find_obstacle(made); !obstacle.empty())
     throw failure(obstacle);
   refuse_warnings(given, told.warnings);
+  told.installer.reset();
   const std::vector<journaled_path> paths = recordable_paths(given.host, made);
   if (!changes_something(made.found.touched) && is_on_record(record, installation_of(given.host), paths))
     return false;
   expect_space_to_keep(made);
   hold_signals();
+  told.changes_are = tense::are;
   run = keep_for(given, made, kept, record.run + 1, paths);
+  kept.flush_kept();
+  kept.write(run.plan);
   return true;
 }
 
@@ -140,22 +162,18 @@ void install_product(const command &given, report &told) {
   const receipt record = kept.read_receipt();
 
   prepared_run run;
-  told.changes_are = tense::are;
-  if (!prepare(given, kept, record, told, run)) {
-    told.notes.emplace_back("Nothing to do: everything is installed and on record");
-    return;
-  }
-  kept.flush_kept();
-  kept.write(run.plan);
   try {
+    if (!prepare(given, kept, record, told, run)) {
+      told.notes.emplace_back("Nothing to do: everything is installed and on record");
+      return;
+    }
     expect_untouched(run);
   } catch (const failure &) {
-    kept.remove_journal();
-    kept.remove_kept_but(kept_by(record));
+    forget_run(kept);
     throw;
   }
-  run_or_take_back(given, kept, run, told);
-  commit(kept, record, installation_of(given.host), run, told);
+  run_or_take_back(given, kept, record, run, told);
+  forget_run(kept);
   told.changes = std::move(run.changes);
   told.diff_of = [diffs = std::move(run.diffs)](const change &one) {
     const auto found = diffs.find(one.path);

@@ -129,8 +129,21 @@ void store::flush() const {
   checked(fsync(directory_.get()), std::string("cannot flush ") + store_directory);
 }
 
+// Where it fails, nothing takes up room beside what stands there.
 void store::write(const char *name, const std::string &text) const {
   const std::string beside = std::string(name) + ".new";
+  try {
+    write_beside(beside, text);
+    checked(renameat(directory_.get(), beside.c_str(), directory_.get(), name),
+            "cannot rename " + in_store(beside));
+  } catch (const failure &) {
+    unlinkat(directory_.get(), beside.c_str(), 0);
+    throw;
+  }
+  flush();
+}
+
+void store::write_beside(const std::string &beside, const std::string &text) const {
   const descriptor file(checked(
       openat(directory_.get(), beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0644),
       "cannot write " + in_store(beside)));
@@ -139,9 +152,6 @@ void store::write(const char *name, const std::string &text) const {
                                              "cannot write " + in_store(beside)));
   checked(fchmod(file.get(), 0644), "cannot set the mode of " + in_store(beside));
   checked(fsync(file.get()), "cannot flush " + in_store(beside));
-  checked(renameat(directory_.get(), beside.c_str(), directory_.get(), name),
-          "cannot rename " + in_store(beside));
-  flush();
 }
 
 void store::write(const receipt &record) const {

@@ -53,6 +53,7 @@ public:
 private:
   std::optional<std::string> read(const char *name) const;
   void write(const char *name, const std::string &text) const;
+  void write_beside(const std::string &beside, const std::string &text) const;
   void flush() const;
 
   descriptor directory_;
