@@ -66,7 +66,7 @@ std::string name_of(const std::string &path) {
 
 descriptor open_parent(const std::string &path) {
   open_how how{};
-  how.flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;
   how.resolve = RESOLVE_NO_SYMLINKS;
   return descriptor(
       static_cast<int>(syscall(SYS_openat2, AT_FDCWD, parent_of(path).c_str(), &how, sizeof how)));

@@ -9,8 +9,9 @@
 
 namespace korvalen::admin {
 
-// Opens the directory of a path, going down from the root directory without following a link. Invalid, with
-// the reason in errno, where one stands in the way or a directory is missing.
+// Opens the directory of a path as a place for names (O_PATH), going down from the root directory without
+// following a link. Invalid, with the reason in errno, where one stands in the way (ELOOP) or a directory is
+// missing.
 descriptor open_parent(const std::string &path);
 
 // The last component of a path.

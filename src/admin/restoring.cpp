@@ -25,6 +25,10 @@ struct place {
   std::string beside;
 };
 
+std::string beside_name(std::uint64_t number) {
+  return ".korvalen-" + std::to_string(number);
+}
+
 [[noreturn]] void fail_at(const place &at, const char *what) {
   fail(std::string("cannot ") + what + " " + at.one.path);
 }
@@ -178,19 +182,12 @@ std::optional<state> present_state(const std::string &path) {
   return hashed_state_of(open_tree_at(""), path);
 }
 
-namespace {
-
-// Removes only what an interrupted attempt with this number left beside the path.
-void remove_beside(const std::string &path, std::uint64_t number) {
-  const descriptor directory = open_parent(path);
-  if (directory)
-    unlinkat(directory.get(), (".korvalen-" + std::to_string(number)).c_str(), 0);
+bool is_behind_link(const std::string &path) {
+  return !open_parent(path) && errno == ELOOP;
 }
 
-} // namespace
-
 restored restore(const restored_path &one, bool may_remove_first) {
-  const place at{one, open_parent(one.path), name_of(one.path), ".korvalen-" + std::to_string(one.number)};
+  const place at{one, open_parent(one.path), name_of(one.path), beside_name(one.number)};
   if (!at.directory) {
     if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
       return restored::no_directory;
@@ -217,15 +214,16 @@ bool is_absent(const state &one) {
 
 using phase = bool (*)(const state &wanted, const state &present);
 
-// New files go first, then directories and what lay in them come back, then the new directories go.
+// New files go first and then the new directories that held them, which frees space and names; then
+// directories and what lay in them come back.
 constexpr phase phases[] = {
     [](const state &wanted, const state &present) { return is_absent(wanted) && !is_directory(present); },
+    [](const state &wanted, const state &present) { return is_absent(wanted) && is_directory(present); },
     [](const state &wanted, const state &present) { return is_directory(wanted) && !is_directory(present); },
     [](const state &wanted, const state &) { return !is_absent(wanted) && !is_directory(wanted); },
-    [](const state &wanted, const state &present) { return is_absent(wanted) && is_directory(present); },
     [](const state &wanted, const state &present) { return is_directory(wanted) && is_directory(present); },
 };
-constexpr std::size_t deepest_first = 3; // what lies below goes before what holds it
+constexpr std::size_t deepest_first = 1; // what lies below goes before what holds it
 
 struct restoring {
   bool may_remove_first;
@@ -234,9 +232,34 @@ struct restoring {
   restored_paths result;
 };
 
+// The type alone, without a look into a file.
+state present_type(const std::string &path) {
+  const descriptor directory = open_parent(path);
+  struct stat status {};
+  if (!directory || fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
+    return {};
+  return {S_ISDIR(status.st_mode) ? file_type::directory : file_type::file};
+}
+
 void note_standing(restoring &all, const wanted_path &one) {
   if (one.kept && one.wanted.type == file_type::file)
     all.standing.try_emplace(*one.kept, one.path);
+}
+
+// A name that nothing happened to is what the other names of its file are linked to, wherever it comes in the
+// order.
+void note_standing_names(restoring &all, const std::vector<wanted_path> &paths) {
+  std::map<std::uint64_t, std::size_t> names;
+  for (const wanted_path &one : paths)
+    if (one.kept)
+      ++names[*one.kept];
+  for (const wanted_path &one : paths) {
+    if (!one.kept || names[*one.kept] < 2)
+      continue;
+    const std::optional<state> present = present_state(one.path);
+    if (present && is_same(*present, one.wanted))
+      note_standing(all, one);
+  }
 }
 
 void change_path(restoring &all, const wanted_path &one, const state &present) {
@@ -247,17 +270,29 @@ void change_path(restoring &all, const wanted_path &one, const state &present) {
               all.may_remove_first);
   if (done == restored::not_empty)
     all.result.not_empty.push_back(one.path);
+  if (done == restored::no_directory)
+    all.result.homeless.push_back(one.path);
   if (done == restored::done)
     note_standing(all, one);
 }
 
+// Removes only what an interrupted attempt with this number left beside the path.
+void remove_beside(const wanted_path &one) {
+  const descriptor directory = open_parent(one.path);
+  const std::string name = beside_name(one.number);
+  if (directory && unlinkat(directory.get(), name.c_str(), 0) != 0 && errno == EISDIR)
+    unlinkat(directory.get(), name.c_str(), AT_REMOVEDIR);
+}
+
 void visit(restoring &all, const wanted_path &one, phase is_now) {
   try {
-    const std::optional<state> present = present_state(one.path);
-    if (!is_now(one.wanted, present.value_or(state{})))
+    if (!is_now(one.wanted, present_type(one.path)))
       return;
+    const std::optional<state> present = present_state(one.path);
+    if (!present && is_behind_link(one.path))
+      throw failure("cannot bring back " + one.path + ": a link stands in its way");
     if (present && is_same(*present, one.wanted)) {
-      remove_beside(one.path, one.number);
+      remove_beside(one);
       note_standing(all, one);
     } else if (present || !is_absent(one.wanted)) {
       change_path(all, one, present.value_or(state{}));
@@ -273,6 +308,7 @@ restored_paths
 restore_all(const std::vector<wanted_path> &paths, bool may_remove_first,
             const std::function<void(const wanted_path &, const state &present)> &before_change) {
   restoring all{may_remove_first, before_change, {}, {}};
+  note_standing_names(all, paths);
   for (std::size_t number = 0; number < std::size(phases); ++number)
     for (std::size_t i = 0; i < paths.size(); ++i)
       visit(all, paths[number == deepest_first ? paths.size() - 1 - i : i], phases[number]);

@@ -25,6 +25,9 @@ enum class restored { done, not_empty, no_directory };
 // What stands at the path, which no link may lead to: nothing is told where its directory is not reached so.
 std::optional<state> present_state(const std::string &path);
 
+// Whether that is because a link stands in the way: what is there now is not what was there.
+bool is_behind_link(const std::string &path);
+
 // The path becomes as wanted, whatever stands there, but for a directory that holds something. Removes what
 // an interrupted attempt left. Where there is no room for old and new at once, and only when
 // `may_remove_first`, what stands there goes first. Throws a failure that names the path and the reason.
@@ -39,6 +42,7 @@ struct wanted_path {
 
 struct restored_paths {
   std::vector<std::string> not_empty; // directories that should go and hold something
+  std::vector<std::string> homeless;  // what should come back, but its directory is gone
   std::vector<std::string> problems;  // what failed, a sentence each
 };
 

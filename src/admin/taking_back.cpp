@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fcntl.h>
 #include <set>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -123,7 +124,8 @@ void flush_file_systems(const std::vector<std::string> &paths) {
   for (const std::string &path : paths)
     directories.insert(parent_of(path));
   for (const std::string &path : directories) {
-    const descriptor directory(open_parent(joined(path, "x")));
+    const descriptor place = open_parent(joined(path, "x"));
+    const descriptor directory(openat(place.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     struct stat status {};
     if (directory && fstat(directory.get(), &status) == 0 && flushed.insert(status.st_dev).second)
       checked(syncfs(directory.get()), "cannot flush the file system of " + path);
@@ -143,9 +145,21 @@ taken_back take_back(const store &kept, const journal &run) {
                   "; mend that and give the command again");
   for (const std::string &path : restored.not_empty)
     result.aside.push_back(path + " was made by the interrupted run and stays, as something lies in it");
+  for (const std::string &path : restored.homeless)
+    result.aside.push_back(path + " could not come back, as its directory is gone");
   flush_file_systems(paths_of(run));
   finish(kept);
   return result;
+}
+
+std::vector<change> not_taken_back(const journal &run) {
+  std::vector<change> changes;
+  for (const journaled_path &one : run.paths) {
+    const state present = present_state(one.path).value_or(state{});
+    if (!is_same(present, one.found))
+      changes.push_back({one.path, one.found, present});
+  }
+  return changes;
 }
 
 taken_back recover(const store &kept) {

@@ -1,6 +1,7 @@
 // Taking a run back: everything becomes as the run found it.
 #pragma once
 
+#include "admin/changes.h"
 #include "admin/records.h"
 #include "admin/store.h"
 
@@ -17,6 +18,9 @@ struct taken_back {
 // what only it needed. What is neither as found nor made by the run is put aside first. Throws a failure that
 // names what could not be done; the journal stays then, and the next attempt goes on.
 taken_back take_back(const store &kept, const journal &run);
+
+// What of a journal is not as found, from found to present.
+std::vector<change> not_taken_back(const journal &run);
 
 // Deals with what an interrupted run left: takes it back, or, when the receipt has its number, finishes what
 // came after its success.

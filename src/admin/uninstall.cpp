@@ -30,6 +30,7 @@ struct removal {
   std::vector<wanted_path> wanted; // those that come back or are back already
   std::vector<change> changes;     // from present to before
   std::set<std::string> stay;      // changed since, and still on record
+  std::vector<std::string> filled; // directories that stay, for more lies in them than what goes
 };
 
 bool is_last_user(const recorded_path &one, std::uint64_t id) {
@@ -38,8 +39,11 @@ bool is_last_user(const recorded_path &one, std::uint64_t id) {
 
 void decide(const recorded_path &one, std::uint64_t number, removal &made) {
   const std::optional<state> present = present_state(one.path);
-  if (!present)
+  if (!present) {
+    if (is_behind_link(one.path))
+      made.stay.insert(one.path);
     return;
+  }
   const bool is_back = is_same(*present, one.before);
   if (!is_back && !is_same(*present, one.after)) {
     made.stay.insert(one.path);
@@ -50,17 +54,39 @@ void decide(const recorded_path &one, std::uint64_t number, removal &made) {
     made.changes.push_back({one.path, *present, one.before});
 }
 
+void keep_filled_directories(removal &made) {
+  const tree disk = open_tree_at("");
+  std::set<std::string> going;
+  std::set<std::string> filled;
+  for (auto one = made.changes.rbegin(); one != made.changes.rend(); ++one) {
+    if (one->after.type != file_type::absent)
+      continue;
+    const std::vector<std::string> names =
+        one->before.type == file_type::directory ? names_in(disk, one->path) : std::vector<std::string>{};
+    const bool is_filled = std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+      return !going.contains(joined(one->path, name));
+    });
+    (is_filled ? filled : going).insert(one->path);
+  }
+  std::erase_if(made.changes, [&](const change &one) { return filled.contains(one.path); });
+  std::erase_if(made.wanted, [&](const wanted_path &one) { return filled.contains(one.path); });
+  made.filled.assign(filled.begin(), filled.end());
+}
+
 removal removal_of(const receipt &record, std::uint64_t id) {
   removal made;
   for (std::size_t i = 0; i < record.paths.size(); ++i)
     if (is_last_user(record.paths[i], id))
       decide(record.paths[i], i, made);
+  keep_filled_directories(made);
   return made;
 }
 
 void add_warnings(const removal &made, report &told) {
   for (const std::string &path : made.stay)
     told.warnings.push_back(warning_of("changed-since", path));
+  for (const std::string &path : made.filled)
+    told.warnings.push_back(warning_of("not-empty", path));
   for (const change &one : made.changes)
     if (is_kept_by_uninstall_script(one.path.c_str()) && kind_of(one) != change_kind::none)
       told.warnings.push_back(warning_of("shared-file", one.path));
@@ -99,19 +125,24 @@ void expect_decided(const removal &made, const wanted_path &one, const state &pr
     throw failure(one.path + " was changed by somebody else meanwhile; give the command again");
 }
 
+// Where somebody put something into a directory meanwhile, or something failed.
+void drop_undone(report &told) {
+  std::erase_if(told.changes, [](const change &one) {
+    return !is_same(present_state(one.path).value_or(state{}), one.after);
+  });
+}
+
 void carry_out(const store &kept, const receipt &record, std::uint64_t id, const removal &made,
                report &told) {
   const restored_paths restored =
       restore_all(made.wanted, false,
                   [&](const wanted_path &one, const state &present) { expect_decided(made, one, present); });
+  if (!restored.problems.empty() || !restored.not_empty.empty())
+    drop_undone(told);
   if (!restored.problems.empty())
     throw failure(restored.problems.front() + "; mend that and give the command again");
   for (const std::string &path : restored.not_empty)
     told.warnings.push_back(warning_of("not-empty", path));
-  std::erase_if(told.changes, [&](const change &one) {
-    return std::find(restored.not_empty.begin(), restored.not_empty.end(), one.path) !=
-           restored.not_empty.end();
-  });
   std::vector<std::string> paths;
   for (const wanted_path &one : made.wanted)
     paths.push_back(one.path);
