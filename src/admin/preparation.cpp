@@ -2,6 +2,7 @@
 
 #include "admin/copies.h"
 #include "admin/plan.h"
+#include "admin/space.h"
 
 #include <algorithm>
 #include <sys/statvfs.h>
@@ -109,7 +110,7 @@ std::vector<journaled_path> recordable_paths(const target &host, const rehearsal
 void expect_space_to_keep(const rehearsal &made) {
   std::uint64_t bytes = 0;
   for (const change &one : made.found.touched)
-    bytes += one.before.size + (kind_of(one) == change_kind::none ? 0 : one.after.size);
+    bytes += room_for(one.before) + (kind_of(one) == change_kind::none ? 0 : room_for(one.after));
   struct statvfs room {};
   checked(statvfs(store_directory, &room), std::string("cannot look up ") + store_directory);
   const std::uint64_t free = room.f_bfree * room.f_frsize;

@@ -17,12 +17,16 @@ struct need {
 };
 
 std::int64_t size_on_disk(const state &one) {
-  if (one.type == file_type::absent)
-    return 0;
-  return static_cast<std::int64_t>(std::max<std::uint64_t>((one.size + block - 1) / block, 1) * block);
+  return static_cast<std::int64_t>(room_for(one));
 }
 
 } // namespace
+
+std::uint64_t room_for(const state &one) {
+  if (one.type == file_type::absent)
+    return 0;
+  return std::max<std::uint64_t>((one.size + block - 1) / block, 1) * block;
+}
 
 std::string find_missing_space(const view &seen, const std::vector<change> &changes) {
   std::map<std::string, need> needs; // by mount point
