@@ -1,5 +1,6 @@
 #include "admin/changes.h"
 
+#include <cerrno>
 #include <map>
 #include <optional>
 #include <set>
@@ -35,7 +36,10 @@ bool has_attribute(const std::string &path, const char *name) {
 // Whether a new directory hides what lay in the one before it.
 bool is_opaque(const std::string &written) {
   char value = 0;
-  return lgetxattr(written.c_str(), "trusted.overlay.opaque", &value, 1) == 1 && value == 'y';
+  const ssize_t size = lgetxattr(written.c_str(), "trusted.overlay.opaque", &value, 1);
+  if (size < 0 && errno != ENODATA && errno != EOPNOTSUPP)
+    fail("cannot look up " + written);
+  return size == 1 && value == 'y';
 }
 
 // Whether a file was written only as far as its mode and owner go.

@@ -44,6 +44,21 @@ struct directory_closer {
   void operator()(DIR *directory) const { closedir(directory); }
 };
 
+// Whether the reason in errno is that nothing of that kind stands at the path, and not that it cannot be
+// told.
+bool is_missing() {
+  return errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENXIO;
+}
+
+// The next name of a listing, or null after the last one.
+const dirent *next_of(DIR *listing, const std::string &directory) {
+  errno = 0;
+  const dirent *const entry = readdir(listing);
+  if (entry == nullptr && errno != 0)
+    fail("cannot list " + directory);
+  return entry;
+}
+
 } // namespace
 
 tree open_tree_at(const std::string &path) {
@@ -99,9 +114,11 @@ std::string read_whole(const descriptor &file) {
 
 std::optional<std::string> read_small(const tree &in, const std::string &path, std::size_t limit) {
   const descriptor file = open_in(in, path);
+  if (!file && is_missing())
+    return std::nullopt;
   struct stat status {};
-  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) ||
-      static_cast<std::size_t>(status.st_size) > limit)
+  checked(file ? fstat(file.get(), &status) : -1, "cannot open " + path);
+  if (!S_ISREG(status.st_mode) || static_cast<std::size_t>(status.st_size) > limit)
     return std::nullopt;
   return read_whole(file);
 }
@@ -109,10 +126,12 @@ std::optional<std::string> read_small(const tree &in, const std::string &path, s
 std::vector<std::string> names_in(const tree &in, const std::string &directory) {
   std::vector<std::string> names;
   const descriptor file = open_below(in, directory, O_RDONLY | O_DIRECTORY);
-  if (!file)
+  if (!file && is_missing())
     return names;
-  const std::unique_ptr<DIR, directory_closer> listing(fdopendir(dup(file.get())));
-  while (const dirent *const entry = listing ? readdir(listing.get()) : nullptr) {
+  const std::unique_ptr<DIR, directory_closer> listing(file ? fdopendir(dup(file.get())) : nullptr);
+  if (!listing)
+    fail("cannot list " + directory);
+  while (const dirent *const entry = next_of(listing.get(), directory)) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..")
       names.emplace_back(name);

@@ -52,10 +52,12 @@ descriptor open_for_reading(const std::string &path);
 // What the file holds from its beginning. Throws a failure when it cannot be read.
 std::string read_whole(const descriptor &file);
 
-// The bytes of a regular file of at most `limit` bytes that the path leads to, or nothing.
+// The bytes of a regular file of at most `limit` bytes that the path leads to, or nothing. Throws a failure
+// when it cannot be read.
 std::optional<std::string> read_small(const tree &in, const std::string &path, std::size_t limit);
 
-// The names in a directory, sorted by their bytes, less "." and ".."; none when it cannot be listed.
+// The names in a directory, sorted by their bytes, less "." and ".."; none where there is no directory.
+// Throws a failure when it cannot be listed: who took that for an empty one would miss a change.
 std::vector<std::string> names_in(const tree &in, const std::string &directory);
 
 // What a link points to. Throws a failure when it cannot be read.
