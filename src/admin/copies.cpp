@@ -31,9 +31,20 @@ void copy_by_hand(const descriptor &from, const descriptor &to, const std::strin
     write_piece(to, bytes.data(), static_cast<std::size_t>(size), what);
 }
 
+// Some file systems have no attributes, or not these, and some belong to the system alone.
+bool cannot_be_held(int error) {
+  return error == EOPNOTSUPP || error == EPERM || error == E2BIG || error == EINVAL || error == ENODATA;
+}
+
+ssize_t checked_attribute(ssize_t result) {
+  if (result < 0 && !cannot_be_held(errno))
+    fail("cannot copy the attributes of a file");
+  return result;
+}
+
 std::vector<std::string> attribute_names(const descriptor &file) {
   std::array<char, 65'536> list;
-  const ssize_t size = flistxattr(file.get(), list.data(), list.size());
+  const ssize_t size = checked_attribute(flistxattr(file.get(), list.data(), list.size()));
   std::vector<std::string> names;
   for (ssize_t at = 0; at < size;) {
     names.emplace_back(list.data() + at);
@@ -44,9 +55,9 @@ std::vector<std::string> attribute_names(const descriptor &file) {
 
 void copy_attribute(const descriptor &from, const descriptor &to, const std::string &name) {
   std::vector<char> value(65'536);
-  const ssize_t size = fgetxattr(from.get(), name.c_str(), value.data(), value.size());
+  const ssize_t size = checked_attribute(fgetxattr(from.get(), name.c_str(), value.data(), value.size()));
   if (size >= 0)
-    fsetxattr(to.get(), name.c_str(), value.data(), static_cast<std::size_t>(size), 0);
+    checked_attribute(fsetxattr(to.get(), name.c_str(), value.data(), static_cast<std::size_t>(size), 0));
 }
 
 descriptor make_like(const struct stat &status, const std::string &path) {
@@ -89,7 +100,7 @@ void copy_attributes(const descriptor &from, const descriptor &to) {
   const std::vector<std::string> wanted = attribute_names(from);
   for (const std::string &name : attribute_names(to))
     if (std::find(wanted.begin(), wanted.end(), name) == wanted.end())
-      fremovexattr(to.get(), name.c_str());
+      checked_attribute(fremovexattr(to.get(), name.c_str()));
   for (const std::string &name : wanted)
     copy_attribute(from, to, name);
   struct stat status {};

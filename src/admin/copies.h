@@ -21,7 +21,7 @@ std::string name_of(const std::string &path);
 void copy_bytes(const descriptor &from, const descriptor &to, const std::string &what);
 
 // Gives one open file or directory the extended attributes and the time of the other, access control lists
-// and security labels included. What the file system cannot hold is left out.
+// and security labels included. What the file system cannot hold is left out; any other failure is one.
 void copy_attributes(const descriptor &from, const descriptor &to);
 
 // Makes the file, or for a directory an empty one, under the absolute name, which is free, with the bytes,
