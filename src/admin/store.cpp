@@ -100,6 +100,8 @@ store::store(access wanted) {
   if (wanted != access::change)
     return;
   lock(directory_, LOCK_EX);
+  // Without its own name, all that it holds would be lost.
+  flush_directory(std::filesystem::path(store_directory).parent_path().string());
   make_if_missing(in_store("kept"), 0700);
   make_if_missing(in_store("aside"), 0700);
 }
@@ -163,8 +165,9 @@ void store::write(const journal &record) const {
 }
 
 void store::remove_journal() const {
-  if (unlinkat(directory_.get(), "run.json", 0) != 0 && errno != ENOENT)
-    fail("cannot remove " + in_store("run.json"));
+  for (const char *const name : {"run.json", "run.json.new", "receipt.json.new"})
+    if (unlinkat(directory_.get(), name, 0) != 0 && errno != ENOENT)
+      fail("cannot remove " + in_store(name));
   flush();
 }
 

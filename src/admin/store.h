@@ -29,6 +29,7 @@ public:
   // Written beside, flushed, renamed, the directory flushed: what stands there is whole at every moment.
   void write(const receipt &record) const;
   void write(const journal &record) const;
+  // And what was written beside and never renamed.
   void remove_journal() const;
 
   // The path of kept bytes, and a free one for what a run puts aside of a path.
