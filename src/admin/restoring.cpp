@@ -86,8 +86,14 @@ bool make_second_name(const place &at) {
   if (at.one.twin.empty())
     return false;
   const descriptor directory = open_parent(at.one.twin);
-  return directory &&
-         linkat(directory.get(), name_of(at.one.twin).c_str(), at.directory.get(), at.beside.c_str(), 0) == 0;
+  if (directory &&
+      linkat(directory.get(), name_of(at.one.twin).c_str(), at.directory.get(), at.beside.c_str(), 0) == 0)
+    return true;
+  // A file of its own comes back only where there can be no second name.
+  if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != EXDEV && errno != EMLINK &&
+      errno != EPERM)
+    fail_at(at, "make the second name");
+  return false;
 }
 
 void make_directory(const place &at) {
@@ -186,6 +192,13 @@ bool is_behind_link(const std::string &path) {
   return !open_parent(path) && errno == ELOOP;
 }
 
+void remove_beside(const std::string &path, std::uint64_t number) {
+  const descriptor directory = open_parent(path);
+  const std::string name = beside_name(number);
+  if (directory && unlinkat(directory.get(), name.c_str(), 0) != 0 && errno == EISDIR)
+    unlinkat(directory.get(), name.c_str(), AT_REMOVEDIR);
+}
+
 restored restore(const restored_path &one, bool may_remove_first) {
   const place at{one, open_parent(one.path), name_of(one.path), beside_name(one.number)};
   if (!at.directory) {
@@ -225,6 +238,12 @@ constexpr phase phases[] = {
 };
 constexpr std::size_t deepest_first = 1; // what lies below goes before what holds it
 
+std::pair<time_t, long> modified(const descriptor &file) {
+  struct stat status {};
+  checked(fstat(file.get(), &status), "cannot look up a file that is to come back");
+  return {status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
 struct restoring {
   bool may_remove_first;
   const std::function<void(const wanted_path &, const state &present)> &before_change;
@@ -239,6 +258,20 @@ state present_type(const std::string &path) {
   if (!directory || fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
     return {};
   return {S_ISDIR(status.st_mode) ? file_type::directory : file_type::file};
+}
+
+// What an interrupted run wrote with the bytes that it found has lost its time, and maybe attributes.
+void bring_attributes_back(const wanted_path &one) {
+  if (!one.kept || one.wanted.type != file_type::file)
+    return;
+  const descriptor kept = open_for_reading(store::kept_path(*one.kept));
+  const descriptor directory = open_parent(one.path);
+  const descriptor file(
+      openat(directory.get(), name_of(one.path).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!file)
+    fail("cannot open " + one.path);
+  if (modified(kept) != modified(file))
+    copy_attributes(kept, file);
 }
 
 void note_standing(restoring &all, const wanted_path &one) {
@@ -276,14 +309,6 @@ void change_path(restoring &all, const wanted_path &one, const state &present) {
     note_standing(all, one);
 }
 
-// Removes only what an interrupted attempt with this number left beside the path.
-void remove_beside(const wanted_path &one) {
-  const descriptor directory = open_parent(one.path);
-  const std::string name = beside_name(one.number);
-  if (directory && unlinkat(directory.get(), name.c_str(), 0) != 0 && errno == EISDIR)
-    unlinkat(directory.get(), name.c_str(), AT_REMOVEDIR);
-}
-
 void visit(restoring &all, const wanted_path &one, phase is_now) {
   try {
     if (!is_now(one.wanted, present_type(one.path)))
@@ -292,7 +317,9 @@ void visit(restoring &all, const wanted_path &one, phase is_now) {
     if (!present && is_behind_link(one.path))
       throw failure("cannot bring back " + one.path + ": a link stands in its way");
     if (present && is_same(*present, one.wanted)) {
-      remove_beside(one);
+      remove_beside(one.path, one.number);
+      if (all.may_remove_first)
+        bring_attributes_back(one);
       note_standing(all, one);
     } else if (present || !is_absent(one.wanted)) {
       change_path(all, one, present.value_or(state{}));

@@ -33,6 +33,9 @@ bool is_behind_link(const std::string &path);
 // `may_remove_first`, what stands there goes first. Throws a failure that names the path and the reason.
 restored restore(const restored_path &one, bool may_remove_first);
 
+// Removes only what an interrupted attempt with this number left beside the path, if anything.
+void remove_beside(const std::string &path, std::uint64_t number);
+
 struct wanted_path {
   std::string path;
   state wanted;

@@ -54,6 +54,8 @@ std::set<std::string> known_contents(const journal &run, const std::string &path
       continue;
     if (one.kept)
       files.insert(store::kept_path(*one.kept));
+    else if (one.path != path && one.found.type == file_type::file)
+      files.insert(one.path); // a backup that the run only reads
     if (one.after_kept)
       files.insert(store::kept_path(*one.after_kept));
     if (!one.source.empty())
@@ -164,8 +166,12 @@ std::vector<change> not_taken_back(const journal &run) {
 
 taken_back recover(const store &kept) {
   const std::optional<journal> run = kept.read_journal();
-  if (run && run->run > kept.read_receipt().run)
+  const receipt record = kept.read_receipt();
+  if (run && run->run > record.run)
     return take_back(kept, *run);
+  // Of an interrupted uninstall.
+  for (std::size_t i = 0; i < record.paths.size(); ++i)
+    remove_beside(record.paths[i].path, i);
   finish(kept);
   return {};
 }
