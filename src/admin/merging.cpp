@@ -29,8 +29,10 @@ void merge_path(path_map &paths, const journaled_path &touched, std::uint64_t id
                 const std::set<std::string> &holding_block) {
   const auto [place, is_new] = paths.try_emplace(touched.path);
   recorded_path &one = place->second;
+  // What came back has its kept bytes already, maybe together with other names.
+  const bool came_back = !is_new && one.kept && is_same(touched.found, one.before);
   const bool is_left_by_a_run =
-      !is_new && (is_same(touched.found, one.after) || is_same(touched.found, touched.after));
+      !is_new && (came_back || is_same(touched.found, one.after) || is_same(touched.found, touched.after));
   if (is_new) {
     one.path = touched.path;
     take_before(one, touched);
