@@ -12,6 +12,7 @@
 #include "korvalen/records/uninstall_script.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -132,21 +133,44 @@ void drop_undone(report &told) {
   });
 }
 
-void carry_out(const store &kept, const receipt &record, std::uint64_t id, const removal &made,
-               report &told) {
+void restore_or_fail(const removal &made, const std::vector<wanted_path> &wanted, report &told) {
   const restored_paths restored =
-      restore_all(made.wanted, false,
+      restore_all(wanted, false,
                   [&](const wanted_path &one, const state &present) { expect_decided(made, one, present); });
-  if (!restored.problems.empty() || !restored.not_empty.empty())
-    drop_undone(told);
-  if (!restored.problems.empty())
-    throw failure(restored.problems.front() + "; mend that and give the command again");
   for (const std::string &path : restored.not_empty)
     told.warnings.push_back(warning_of("not-empty", path));
+  if (restored.problems.empty())
+    return;
+  drop_undone(told);
+  throw failure(restored.problems.front() + "; mend that and give the command again");
+}
+
+bool is_backup_that_goes(const wanted_path &one) {
+  return one.wanted.type == file_type::absent && one.path.ends_with("_original");
+}
+
+// Backups go last: an installation after an interrupted uninstall would take a script that is still patched,
+// and has no backup, for an original.
+void restore_with_backups_last(const removal &made, report &told) {
+  std::vector<wanted_path> first = made.wanted;
+  std::vector<wanted_path> backups;
+  std::copy_if(first.begin(), first.end(), std::back_inserter(backups), is_backup_that_goes);
+  std::erase_if(first, is_backup_that_goes);
   std::vector<std::string> paths;
   for (const wanted_path &one : made.wanted)
     paths.push_back(one.path);
-  flush_file_systems(paths);
+  for (const auto &some : {first, backups}) {
+    restore_or_fail(made, some, told);
+    flush_file_systems(paths);
+  }
+}
+
+void carry_out(const store &kept, const receipt &record, std::uint64_t id, const removal &made,
+               report &told) {
+  const std::size_t warnings = told.warnings.size();
+  restore_with_backups_last(made, told);
+  if (told.warnings.size() > warnings)
+    drop_undone(told);
   const receipt rest = record_without(record, id, made);
   kept.write(rest);
   kept.remove_kept_but(kept_by(rest));
