@@ -16,7 +16,7 @@ namespace faults {
 namespace {
 
 // Where a call says which file it is about.
-enum class subject { path, path_below_descriptor, descriptor };
+enum class subject { path, path_below_descriptor, descriptor, nothing };
 
 struct call_kind {
   long number;
@@ -72,6 +72,36 @@ constexpr call_kind file_calls[] = {
     {SYS_symlink, "symlink", subject::path, 1},
     {SYS_symlinkat, "symlinkat", subject::path, 2},
     {SYS_utimensat, "utimensat", subject::path_below_descriptor, 1},
+    {SYS_openat2, "openat2", subject::path, 1},
+    {SYS_chown, "chown", subject::path, 0},
+    {SYS_fchown, "fchown", subject::descriptor, 0},
+    {SYS_fchownat, "fchownat", subject::path, 1},
+    {SYS_syncfs, "syncfs", subject::descriptor, 0},
+    {SYS_flock, "flock", subject::descriptor, 0},
+    {SYS_statfs, "statfs", subject::path, 0},
+    {SYS_getxattr, "getxattr", subject::path, 0},
+    {SYS_lgetxattr, "lgetxattr", subject::path, 0},
+    {SYS_fgetxattr, "fgetxattr", subject::descriptor, 0},
+    {SYS_flistxattr, "flistxattr", subject::descriptor, 0},
+    {SYS_setxattr, "setxattr", subject::path, 0},
+    {SYS_fsetxattr, "fsetxattr", subject::descriptor, 0},
+    {SYS_fremovexattr, "fremovexattr", subject::descriptor, 0},
+    {SYS_memfd_create, "memfd_create", subject::path, 0},
+    {SYS_dup, "dup", subject::descriptor, 0},
+    {SYS_chdir, "chdir", subject::path, 0},
+    {SYS_fchdir, "fchdir", subject::descriptor, 0},
+    {SYS_chroot, "chroot", subject::path, 0},
+    {SYS_close_range, "close_range", subject::nothing, 0},
+    {SYS_unshare, "unshare", subject::nothing, 0},
+    {SYS_setns, "setns", subject::descriptor, 0},
+    {SYS_capset, "capset", subject::nothing, 0},
+    {SYS_mount, "mount", subject::path, 1},
+    {SYS_open_tree, "open_tree", subject::path, 1},
+    {SYS_move_mount, "move_mount", subject::path, 3},
+    {SYS_mount_setattr, "mount_setattr", subject::nothing, 0},
+    {SYS_fsopen, "fsopen", subject::path, 0},
+    {SYS_fsconfig, "fsconfig", subject::descriptor, 0},
+    {SYS_fsmount, "fsmount", subject::descriptor, 0},
 };
 
 constexpr long waits[] = {SYS_nanosleep, SYS_clock_nanosleep};
@@ -86,9 +116,12 @@ std::string open_file_at(pid_t program, std::uint64_t descriptor) {
 
 std::string subject_of(pid_t program, const call_kind &kind, const call_info &info) {
   const auto &arguments = info.seccomp.args;
+  if (kind.about == subject::nothing)
+    return "";
   if (kind.about == subject::descriptor)
     return open_file_at(program, arguments[kind.argument]);
-  const std::string path = text_at(program, arguments[kind.argument]);
+  const std::uint64_t address = arguments[kind.argument];
+  const std::string path = address == 0 ? "" : text_at(program, address);
   return path.empty() && kind.about == subject::path_below_descriptor ? open_file_at(program, arguments[0])
                                                                       : path;
 }
@@ -96,6 +129,20 @@ std::string subject_of(pid_t program, const call_kind &kind, const call_info &in
 // Jumps over `skipped` instructions when the loaded word is another one.
 sock_filter unless_equal(std::uint32_t word, std::uint8_t skipped) {
   return BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, word, 0, skipped);
+}
+
+std::vector<sock_filter> filter_of(const std::vector<long> &numbers) {
+  const sock_filter allow = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW);
+  const sock_filter stop = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE);
+  std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, ip_high_word),
+                                     BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 1, 0), allow,
+                                     BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
+  for (const long number : numbers) {
+    filter.push_back(unless_equal(static_cast<std::uint32_t>(number), 1));
+    filter.push_back(stop);
+  }
+  filter.push_back(allow);
+  return filter;
 }
 
 } // namespace
@@ -115,21 +162,14 @@ file_call describe_call(pid_t program, const call_info &info) {
 }
 
 std::vector<sock_filter> file_call_filter() {
-  const sock_filter allow = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW);
-  const sock_filter stop = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_TRACE);
-  std::vector<sock_filter> filter = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, ip_high_word),
-                                     BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, 0, 1, 0), allow,
-                                     BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr))};
-  const auto stop_at = [&](long number) {
-    filter.push_back(unless_equal(static_cast<std::uint32_t>(number), 1));
-    filter.push_back(stop);
-  };
+  std::vector<long> numbers(std::begin(waits), std::end(waits));
   for (const call_kind &kind : file_calls)
-    stop_at(kind.number);
-  for (const long number : waits)
-    stop_at(number);
-  filter.push_back(allow);
-  return filter;
+    numbers.push_back(kind.number);
+  return filter_of(numbers);
+}
+
+std::vector<sock_filter> wait_filter() {
+  return filter_of({std::begin(waits), std::end(waits)});
 }
 
 } // namespace faults

@@ -27,4 +27,7 @@ file_call describe_call(pid_t program, const call_info &info);
 // without a tracer of their own, their calls would fail.
 std::vector<sock_filter> file_call_filter();
 
+// The same for its waits alone.
+std::vector<sock_filter> wait_filter();
+
 } // namespace faults

@@ -1,0 +1,98 @@
+#include "admin_faults/admin_sweep.h"
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+#include <string_view>
+
+namespace {
+
+using faults::admin_scenario;
+using faults::install_command;
+using faults::uninstall_command;
+
+faults::strides every = {701, 53};
+
+std::string joined(const std::vector<std::string> &findings) {
+  constexpr std::size_t shown = 40;
+  std::string text;
+  for (std::size_t i = 0; i < findings.size() && i < shown; ++i)
+    text += findings[i] + "\n";
+  if (findings.size() > shown)
+    text += "... and " + std::to_string(findings.size() - shown) + " more\n";
+  return text;
+}
+
+void expect_all_or_nothing(const admin_scenario &what) {
+  if (!faults::can_enter_own_host())
+    GTEST_SKIP() << "this system grants no mount namespace";
+  const faults::tally result = faults::sweep(what, every);
+  faults::print_table(std::cout, what, result);
+  EXPECT_EQ(joined(result.findings), "");
+}
+
+} // namespace
+
+TEST(AdminFaultSweep, AFirstInstallationIsAllOrNothingWhereverItIsDisturbed) {
+  expect_all_or_nothing({.name = "a first installation", .done = {}, .command = install_command});
+}
+
+TEST(AdminFaultSweep, AnUpgradeIsAllOrNothingWhereverItIsDisturbed) {
+  expect_all_or_nothing({.name = "an upgrade",
+                         .done = {install_command},
+                         .change = faults::upgrade_product,
+                         .command = install_command});
+}
+
+TEST(AdminFaultSweep, AnUninstallIsAllOrNothingWhereverItIsDisturbed) {
+  expect_all_or_nothing({.name = "an uninstall", .done = {install_command}, .command = uninstall_command});
+}
+
+TEST(AdminFaultSweep, AKilledInstallationIsTakenBackWhereverThatIsDisturbed) {
+  expect_all_or_nothing({.name = "an uninstall after a killed installation",
+                         .done = {},
+                         .killed = {{install_command, 70}},
+                         .command = uninstall_command});
+}
+
+TEST(AdminFaultSweep, AKilledUpgradeIsTakenBackByAnInstallationWhereverThatIsDisturbed) {
+  expect_all_or_nothing({.name = "an install after a killed upgrade",
+                         .done = {install_command},
+                         .change = faults::upgrade_product,
+                         .killed = {{install_command, 50}},
+                         .command = install_command});
+}
+
+TEST(AdminFaultSweep, ATakingBackThatWasKilledIsDoneAgainWhereverThatIsDisturbed) {
+  expect_all_or_nothing({.name = "an uninstall after a killed uninstall after a killed installation",
+                         .done = {},
+                         .killed = {{install_command, 80}, {uninstall_command, 60}},
+                         .command = uninstall_command});
+}
+
+TEST(AdminFaultSweep, AKilledUninstallIsFinishedWhereverThatIsDisturbed) {
+  expect_all_or_nothing({.name = "an uninstall after a killed uninstall",
+                         .done = {install_command},
+                         .killed = {{uninstall_command, 50}},
+                         .command = uninstall_command});
+}
+
+TEST(AdminFaultSweep, AnInstallationOverAKilledUninstallIsAllOrNothingWhereverItIsDisturbed) {
+  expect_all_or_nothing({.name = "an install after a killed uninstall",
+                         .done = {install_command},
+                         .killed = {{uninstall_command, 50}},
+                         .command = install_command});
+}
+
+// admin_fault_sweep [--all]: every disturbance instead of a few of them.
+int main(int argc, char **argv) {
+  testing::InitGoogleTest(&argc, argv);
+  const bool all = argc == 2 && std::string_view(argv[1]) == "--all";
+  if (argc > 1 && !all) {
+    std::cerr << "usage: admin_fault_sweep [--all]\n";
+    return 2;
+  }
+  if (all)
+    every = {1, 1};
+  return RUN_ALL_TESTS();
+}
