@@ -78,8 +78,10 @@ admin_ground prepare_ground(const admin_scenario &what) {
     kill_in_the_middle(what, killed);
   ground.start = look_at_host(own_root);
 
+  set_host(own_root, ground.start); // with times as they will be for every disturbed run
   ground.calls = calls_of(what.command);
   ground.touches_nothing = find_rehearsals(ground.calls);
+  ground.journal = find_call(ground.calls, "renameat", "run.json");
   ground.commit = find_call(ground.calls, "renameat", "receipt.json");
 
   set_host(own_root, changed);

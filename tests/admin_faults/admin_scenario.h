@@ -30,7 +30,8 @@ struct admin_ground {
   host_tree start;     // of the command
   std::vector<family_call> calls;
   std::vector<bool> touches_nothing; // of each call, whether it belongs to a rehearsal
-  long commit = 0;                   // the call with which the receipt comes into place; 0 if none does
+  long journal = 0;                  // the call with which the run's journal comes into place; 0 if none does
+  long commit = 0;                   // the same of the receipt
 };
 
 // Throws when something goes wrong: the set-up broke. The caller has a host of its own.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <functional>
 #include <iomanip>
 #include <iterator>
@@ -19,7 +20,7 @@ namespace {
 struct way {
   const char *name;
   blow how;
-  int error = 0;
+  int number = 0; // of the error, or of the signal
   lasting how_long = lasting::no;
   bool only_in_children = false; // elsewhere it is the same as another way
 };
@@ -28,7 +29,10 @@ constexpr way ways[] = {
     {"all processes killed", blow::kills_all},
     {"the first process killed", blow::kills_first, 0, lasting::no, true},
     {"the calling child process killed", blow::kills_caller, 0, lasting::no, true},
-    {"SIGTERM to all processes", blow::asks_to_end},
+    {"the process between these two killed", blow::kills_others, 0, lasting::no, true},
+    {"SIGHUP to all processes", blow::asks_to_end, SIGHUP},
+    {"SIGINT to all processes", blow::asks_to_end, SIGINT},
+    {"SIGTERM to all processes", blow::asks_to_end, SIGTERM},
     {"EACCES", blow::fails, EACCES},
     {"ENOSPC", blow::fails, ENOSPC},
     {"EIO", blow::fails, EIO},
@@ -44,7 +48,8 @@ constexpr const char *lost = "files of the host lost or not as before after one 
 constexpr const char *not_converged = "not installed as undisturbed after one install";
 constexpr const char *leftovers = "leftovers after the next command";
 // No breach of a rule.
-constexpr const char *put_aside = "an uninstall script without a line that could not be written is put aside";
+constexpr const char *put_aside =
+    "what a failed call of the installer made differ from the rehearsal is put aside";
 constexpr const char *separated =
     "a second name that half an uninstall made a file of its own is left alone by an install";
 constexpr const char *rules[] = {crashes, hangs, wrong_status, lost, not_converged, leftovers};
@@ -72,6 +77,10 @@ struct sweeper {
   std::set<std::size_t> repaired; // trees, by their hashes, that the next commands were seen to repair
   tally &result;
 };
+
+const family_call &call_at(const admin_ground &ground, long number) {
+  return ground.calls[static_cast<std::size_t>(number - 1)];
+}
 
 host_tree host_of(const host_tree &all) {
   return part_not_below(all, state_dir);
@@ -105,15 +114,16 @@ bool has_installation(const host_tree &tree) {
   return receipt_of(tree).find("\"installations\":[{") != std::string::npos;
 }
 
-// When a call of the installer fails, a line of its uninstall script may be missing: nobody can know then
-// whose text it is, and the script is put aside. A kill leaves a beginning of it, which is known.
-bool is_put_aside_rightly(const std::string &path, const family_disturbance &how) {
-  return how.how == blow::fails && path.find("/aside/") != std::string::npos &&
-         path.ends_with(".korvalen_uninstall.sh");
+// When a call of the installer fails, what it writes may differ from what it wrote in the rehearsal: nobody
+// can know then whose bytes those are, and they are put aside. A kill leaves a beginning of them, which is
+// known.
+bool is_put_aside_rightly(const sweeper &all, const std::string &path, const family_disturbance &how) {
+  const bool may_fail_installer = how.how_long != lasting::no || call_at(all.ground, how.at_call).is_childs;
+  return how.how == blow::fails && may_fail_installer && path.find("/aside/") != std::string::npos;
 }
 
 // What stands in the state directory and may not when no command is running.
-findings leftovers_in(const host_tree &tree, const family_disturbance &how) {
+findings leftovers_in(const sweeper &all, const host_tree &tree, const family_disturbance &how) {
   std::set<std::string> expected = {"korvalen", "korvalen/receipt.json", "korvalen/kept", "korvalen/aside"};
   const std::string receipt = receipt_of(tree);
   constexpr std::string_view key = "\"kept\":";
@@ -122,7 +132,7 @@ findings leftovers_in(const host_tree &tree, const family_disturbance &how) {
   findings found;
   for (const auto &[path, entry] : part_below(tree, state_dir))
     if (!expected.contains(path.substr(std::string(state_dir).size() + 1)))
-      found.push_back({is_put_aside_rightly(path, how) ? put_aside : leftovers, path + " is left over"});
+      found.push_back({is_put_aside_rightly(all, path, how) ? put_aside : leftovers, path + " is left over"});
   return found;
 }
 
@@ -137,8 +147,8 @@ bool is_same_but_second_name(host_tree a, host_tree b) {
 }
 
 // Runs the command to its end on what stands there. Returns what stands there then.
-host_tree go_on(const family_disturbance &how, const char *command, const host_tree &wanted, const char *rule,
-                findings &found) {
+host_tree go_on(const sweeper &all, const family_disturbance &how, const char *command,
+                const host_tree &wanted, const char *rule, findings &found) {
   const program tool = administration(command);
   const family_outcome outcome = run_family(tool, {});
   const std::string then = std::string("then ") + command + ": ";
@@ -148,7 +158,7 @@ host_tree go_on(const family_disturbance &how, const char *command, const host_t
   if (!is_same_host(wanted, left))
     found.push_back({rule == not_converged && is_same_but_second_name(wanted, left) ? separated : rule,
                      then + differences(host_of(wanted), host_of(left))});
-  for (const finding &one : leftovers_in(left, how))
+  for (const finding &one : leftovers_in(all, left, how))
     found.push_back({one.rule, then + one.text});
   return left;
 }
@@ -156,13 +166,13 @@ host_tree go_on(const family_disturbance &how, const char *command, const host_t
 // One more install and one uninstall, and one uninstall alone.
 findings repair(sweeper &all, const family_disturbance &how, const host_tree &left) {
   findings found;
-  const host_tree installed = go_on(how, install_command, all.ground.installed, not_converged, found);
+  const host_tree installed = go_on(all, how, install_command, all.ground.installed, not_converged, found);
   if (all.repaired.insert(key_of(installed)).second) {
-    go_on(how, verify_command, all.ground.installed, not_converged, found);
-    go_on(how, uninstall_command, all.ground.before, lost, found);
+    go_on(all, how, verify_command, all.ground.installed, not_converged, found);
+    go_on(all, how, uninstall_command, all.ground.before, lost, found);
   }
   set_host(own_root, left);
-  go_on(how, uninstall_command, all.ground.before, lost, found);
+  go_on(all, how, uninstall_command, all.ground.before, lost, found);
   return found;
 }
 
@@ -190,15 +200,26 @@ const char *name_of_end(const sweeper &all, const family_disturbance &how, int s
              : nullptr;
 }
 
+// The signal that may end the command; 0 is none.
+int signal_of(const family_disturbance &how) {
+  if (how.how == blow::fails)
+    return 0;
+  return how.how == blow::asks_to_end ? how.number : SIGKILL;
+}
+
+// From the journal to the receipt, an installation lets nobody end it but by force.
+bool is_held(const sweeper &all, const family_disturbance &how) {
+  return how.how == blow::asks_to_end && how.at_call > all.ground.journal &&
+         how.at_call <= all.ground.commit && all.ground.journal > 0;
+}
+
 findings judge_end(sweeper &all, const family_disturbance &how, const family_outcome &outcome,
                    const host_tree &left) {
   if (outcome.hung)
     return {{hangs, "took too long"}};
-  const bool may_be_killed = how.how != blow::fails && how.how != blow::kills_caller;
-  if (outcome.signal == SIGKILL || outcome.signal == SIGTERM) {
+  if (outcome.signal != 0 && outcome.signal == signal_of(how) && !is_held(all, how)) {
     ++all.result.counts[killed_end];
-    if (may_be_killed || how.how == blow::kills_caller)
-      return {};
+    return {};
   }
   if (outcome.signal != 0)
     return {{crashes, "died by signal " + std::to_string(outcome.signal)}};
@@ -211,7 +232,7 @@ findings judge_end(sweeper &all, const family_disturbance &how, const family_out
 }
 
 std::string place_of(const sweeper &all, const way &how, long call) {
-  const family_call &at = all.ground.calls[static_cast<std::size_t>(call - 1)];
+  const family_call &at = call_at(all.ground, call);
   return "call " + std::to_string(call) + (at.is_childs ? " (child) " : " ") + at.asked.name + " " +
          at.asked.path + ", " + how.name;
 }
@@ -236,10 +257,10 @@ void count(const findings &found, const std::string &place, const std::string &p
 void sweep_one(sweeper &all, const way &how, long call) {
   set_host(own_root, all.ground.start);
   const program tool = administration(all.what.command);
-  const family_disturbance disturbed = {call, how.how, how.error, how.how_long};
+  const family_disturbance disturbed = {call, how.how, how.number, how.how_long};
   const family_outcome outcome = run_family(tool, disturbed);
   const std::string place = place_of(all, how, call);
-  if (outcome.disturbed_number != all.ground.calls[static_cast<std::size_t>(call - 1)].asked.number)
+  if (outcome.disturbed_number != call_at(all.ground, call).asked.number)
     throw std::runtime_error("set-up: " + place + ": the runs are not alike");
   const std::string printed = printed_by(tool);
   const host_tree left = look_at_host(own_root);

@@ -47,7 +47,7 @@ void send_all(const family &all, int signal) {
 void strike(const family &all, pid_t caller) {
   switch (all.how.how) {
   case blow::fails:
-    return answer(caller, -all.how.error);
+    return answer(caller, -all.how.number);
   case blow::kills_all:
     return send_all(all, SIGKILL);
   case blow::kills_first:
@@ -56,8 +56,13 @@ void strike(const family &all, pid_t caller) {
   case blow::kills_caller:
     kill(caller, SIGKILL);
     return;
+  case blow::kills_others:
+    for (const pid_t process : all.alive)
+      if (process != all.first && process != caller)
+        kill(process, SIGKILL);
+    return;
   case blow::asks_to_end:
-    return send_all(all, SIGTERM);
+    return send_all(all, all.how.number);
   }
 }
 
@@ -73,7 +78,7 @@ void at_call(family &all, pid_t caller) {
     all.outcome.disturbed_number = number;
     strike(all, caller);
   } else if (fails_too(all, info)) {
-    answer(caller, -all.how.error);
+    answer(caller, -all.how.number);
   }
 }
 

@@ -10,8 +10,8 @@
 namespace faults {
 
 // What befalls the caller and its family when it asks for a call, which is then not carried out; but for
-// `asks_to_end`, which sends SIGTERM to all of them.
-enum class blow { fails, kills_all, kills_first, kills_caller, asks_to_end };
+// `kills_others`, which spares it and the first process, and `asks_to_end`, which sends a signal to all.
+enum class blow { fails, kills_all, kills_first, kills_caller, kills_others, asks_to_end };
 
 // Which calls fail from there on too.
 enum class lasting { no, calls_that_take_space, all_calls };
@@ -19,7 +19,7 @@ enum class lasting { no, calls_that_take_space, all_calls };
 struct family_disturbance {
   long at_call = 0; // counted from 1 over all processes; 0 is never
   blow how = blow::fails;
-  int error = 0;
+  int number = 0; // of the error, or of the signal
   lasting how_long = lasting::no;
 };
 
