@@ -147,9 +147,16 @@ void give_second_names(host &made) {
       must(link(file.c_str(), (file + ".second").c_str()), "link " + file);
 }
 
-void give_script_second_name(host &made) {
-  if (const std::string script = any_script(made); !script.empty())
-    add_second_name(made, fs::canonical(script).string());
+// Of the script itself, wherever a link leads.
+void give_scripts_second_names(host &made) {
+  for (const std::string &script : launch_scripts_of(made)) {
+    if (!fs::exists(script) || !made.d.chance(50))
+      continue;
+    const std::string file = fs::canonical(script).string();
+    add_second_name(made, file);
+    if (made.d.chance(40))
+      must(link(file.c_str(), (file + ".beside" + std::to_string(++made.numbered)).c_str()), "link " + file);
+  }
 }
 
 // Two launch scripts, or a script and a file that is placed, are one file.
@@ -186,7 +193,7 @@ constexpr host_change changes[] = {
     {"a link in place of the init directory", 4, link_init_dir},
     {"product and ENVI share a file", 6, join_product_and_envi},
     {"second names", 40, give_second_names},
-    {"a script with a second name", 15, give_script_second_name},
+    {"scripts with second names", 18, give_scripts_second_names},
     {"ENVI named by a link", 10, name_link_to_envi},
     {"the product named by a link", 8, name_link_to_product},
 };

@@ -103,17 +103,17 @@ void mount_read_only(host &made) {
   must(mount("none", point.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), "remount " + point);
 }
 
-// The run writes through both: files are shipped into both.
+// The run writes through both, and removes through one what it wrote through the other.
 void mount_twice(host &made) {
   const std::string shared = made.disk.directory + "/store/" + new_name(made, "shared");
-  const std::string point = made.envi + "/save";
-  const std::string link = made.envi + "/custom_code";
+  const std::string point = made.envi + "/custom_code";
+  const std::string link = made.envi + "/extensions";
   if (!fs::is_directory(fs::symlink_status(point)) || !fs::is_directory(fs::symlink_status(link)))
     return;
   fs::create_directory(shared);
-  for (const char *const source : {"custom_code", "save"})
-    support::write_file(made.product + "/auxiliary/envi_extensions_54/envi/" + source + "/" + source + ".sav",
-                        "x");
+  const std::string sources = made.product + "/auxiliary/envi_extensions_54/envi/";
+  support::write_file(sources + "custom_code/korvalen_core_extensions.sav", "x");
+  support::write_file(sources + "extensions/extensions.sav", "x");
   must(mount(shared.c_str(), point.c_str(), nullptr, MS_BIND, nullptr), "mount " + point);
   fs::rename(link, link + "_before");
   fs::create_symlink(shared, link);

@@ -235,13 +235,22 @@ bool lies_below(const std::string &path, const std::vector<std::string> &directo
                      [&](const std::string &directory) { return path.starts_with(directory + "/"); });
 }
 
-// A plan looks for further names below the directories and beside what is touched, and warns of others. Of
-// names that lie in neither it is left open here whether they lie beside something.
+// Whether a plan looks for a further name there: below the directories, and beside what the run touches.
+bool is_known(const plan_case &one, const std::string &path, const shared_file &file) {
+  const auto lies_beside = [&](const announced_change &change) {
+    return file.names.contains(change.path) &&
+           fs::path(change.path).parent_path() == fs::path(path).parent_path();
+  };
+  return lies_below(path, one.disk.directories) ||
+         std::any_of(one.plan.changes.begin(), one.plan.changes.end(), lies_beside);
+}
+
+// Of names outside of the directories it is left open whether they lie beside something that is touched and
+// not changed.
 void check_name_warning(plan_case &one, const shared_file &file, bool is_changed, std::ptrdiff_t warnings) {
-  const bool are_all_known = file.names.size() == file.all &&
-                             std::all_of(file.names.begin(), file.names.end(), [&](const std::string &path) {
-                               return lies_below(path, one.disk.directories);
-                             });
+  const auto is_known_name = [&](const std::string &path) { return is_known(one, path, file); };
+  const bool are_all_known =
+      file.names.size() == file.all && std::all_of(file.names.begin(), file.names.end(), is_known_name);
   const bool has_unknown = file.names.size() < file.all ||
                            std::any_of(file.names.begin(), file.names.end(), [&](const std::string &path) {
                              return path.starts_with(elsewhere_of(one.disk) + "/");
@@ -256,7 +265,7 @@ void check_name_warning(plan_case &one, const shared_file &file, bool is_changed
     one.result.counted.insert("warnings of further names");
 }
 
-// The paths that a plan need not know: names, outside of where it looks for them, of files of which it warns.
+// The names that a plan need not know, of files of which it warns.
 std::set<std::string> unknown_names(plan_case &one, const std::map<std::string, difference> &changed) {
   std::set<std::string> unknown;
   const std::vector<std::string> warned = warned_paths(one, "second-name");
@@ -267,7 +276,7 @@ std::set<std::string> unknown_names(plan_case &one, const std::map<std::string, 
                                         [&](const std::string &path) { return changed.contains(path); });
     check_name_warning(one, file, is_changed, warnings);
     for (const std::string &path : file.names)
-      if (warnings > 0 && !lies_below(path, one.disk.directories))
+      if (warnings > 0 && !is_known(one, path, file))
         unknown.insert(path);
   }
   return unknown;
