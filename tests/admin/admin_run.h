@@ -51,7 +51,8 @@ inline bool appears(const std::string &path) {
 class running_program {
 public:
   running_program(const std::vector<std::string> &arguments, const std::string &output)
-      : output_(output), process_(fork()) {
+      : output_(output), out_(creat((output + ".out").c_str(), 0644)),
+        err_(creat((output + ".err").c_str(), 0644)), process_(fork()) {
     must(process_, "fork");
     setpgid(process_, process_);
     if (process_ == 0)
@@ -62,6 +63,8 @@ public:
       ::kill(process_, SIGKILL);
       finish();
     }
+    close(out_);
+    close(err_);
   }
   running_program(const running_program &) = delete;
   running_program &operator=(const running_program &) = delete;
@@ -89,14 +92,16 @@ private:
       argv.push_back(const_cast<char *>(argument.c_str()));
     argv.push_back(nullptr);
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
-    dup2(creat((output_ + ".out").c_str(), 0644), STDOUT_FILENO);
-    dup2(creat((output_ + ".err").c_str(), 0644), STDERR_FILENO);
+    dup2(out_, STDOUT_FILENO);
+    dup2(err_, STDERR_FILENO);
     alarm(110);
     execv(argv[0], argv.data());
     _exit(127);
   }
 
   std::string output_;
+  int out_;
+  int err_;
   pid_t process_;
 };
 
