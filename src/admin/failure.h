@@ -12,7 +12,7 @@ class failure : public std::runtime_error {
 public:
   explicit failure(const std::string &text, int reason = 0) : std::runtime_error(text), reason_(reason) {}
   // The system's reason, or 0.
-  int reason() const { return reason_; }
+  [[nodiscard]] int reason() const { return reason_; }
 
 private:
   int reason_;
@@ -35,7 +35,7 @@ public:
   descriptor(const descriptor &) = delete;
   descriptor &operator=(const descriptor &) = delete;
 
-  int get() const { return file_; }
+  [[nodiscard]] int get() const { return file_; }
   explicit operator bool() const { return file_ >= 0; }
 
 private:

@@ -62,7 +62,8 @@ void expect_as_rehearsed(const journal &run) {
 }
 
 outcome run_installer(const command &given, const store &kept, const prepared_run &run) {
-  const child_settings settings{.directory = kept.make_run_directory(), .kept_file = kept.directory().get()};
+  const child_settings settings{.directory = store::make_run_directory(),
+                                .kept_file = kept.directory().get()};
   return run_child(settings, [&] { return set_aside_and_install(given.host, run.stale_backups); });
 }
 
@@ -126,8 +127,8 @@ void run_or_take_back(const command &given, const store &kept, const receipt &re
 
 void forget_run(const store &kept) {
   kept.remove_journal();
-  kept.remove_kept_but(kept_by(kept.read_receipt()));
-  kept.remove_run_directory();
+  store::remove_kept_but(kept_by(kept.read_receipt()));
+  store::remove_run_directory();
 }
 
 // Keeps what is needed to take the run back. False when there is nothing to do. Leaves the view.
@@ -146,8 +147,8 @@ bool prepare(const command &given, const store &kept, const receipt &record, rep
   expect_space_to_keep(made);
   hold_signals();
   told.changes_are = tense::are;
-  run = keep_for(given, made, kept, record.run + 1, paths);
-  kept.flush_kept();
+  run = keep_for(given, made, record.run + 1, paths);
+  store::flush_kept();
   kept.write(run.plan);
   return true;
 }

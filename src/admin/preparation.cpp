@@ -102,6 +102,7 @@ std::vector<journaled_path> recordable_paths(const target &host, const rehearsal
     for (const char *const suffix : {"", ".new"})
       add_backup(made, real_place(script.backup + suffix), paths);
   std::vector<journaled_path> result;
+  result.reserve(paths.size());
   for (auto &[path, one] : paths)
     result.push_back(std::move(one));
   return result;
@@ -119,14 +120,14 @@ void expect_space_to_keep(const rehearsal &made) {
                   std::to_string(bytes) + " bytes are to be kept, " + std::to_string(free) + " are free");
 }
 
-prepared_run keep_for(const command &given, const rehearsal &made, const store &kept, std::uint64_t number,
+prepared_run keep_for(const command &given, const rehearsal &made, std::uint64_t number,
                       const std::vector<journaled_path> &paths) {
   std::map<std::string, const change *> touched;
   for (const change &one : made.found.touched)
     touched[one.path] = &one;
   prepared_run run;
   run.plan = {number, paths};
-  keeping all{made, kept.next_kept(), {}, sources_by_target(given.host)};
+  keeping all{made, store::next_kept(), {}, sources_by_target(given.host)};
   for (journaled_path &one : run.plan.paths) {
     const auto change = touched.find(one.path);
     if (change == touched.end())
@@ -156,7 +157,7 @@ prepared_run keep_for(const command &given, const rehearsal &made, const store &
 std::string copy_aside(const journal &run, const std::string &path) {
   const auto found = std::find_if(run.paths.begin(), run.paths.end(),
                                   [&](const journaled_path &one) { return one.path == path; });
-  const std::string name = store::aside_path(run.run, path);
+  std::string name = store::aside_path(run.run, path);
   keep_copy(open_tree_at(""), store::kept_path(found->kept.value()), name);
   store::flush_aside();
   return name;

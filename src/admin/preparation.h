@@ -34,7 +34,7 @@ void expect_space_to_keep(const rehearsal &made);
 // Keeps, under new numbers and flushed, the bytes of every file that the run touches and the attributes of
 // every directory that it changes, and the bytes that it makes unless the product holds them. Throws a
 // failure when a file is not as the rehearsal saw it.
-prepared_run keep_for(const command &given, const rehearsal &made, const store &kept, std::uint64_t number,
+prepared_run keep_for(const command &given, const rehearsal &made, std::uint64_t number,
                       const std::vector<journaled_path> &paths);
 
 // Copies what a run found at the path, and kept, into the directory of what is put aside. Returns its name.

@@ -193,7 +193,7 @@ json unsealed(const std::string &text) {
   if (!text.ends_with('\n'))
     throw failure("it is cut off");
   const json whole = json::parse(text);
-  const json written_by = whole.at("version");
+  const json &written_by = whole.at("version");
   if (written_by > version)
     throw failure("it was written by a later version");
   if (written_by != version)

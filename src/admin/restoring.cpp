@@ -132,7 +132,7 @@ void make_beside(const place &at) {
 restored take_place(const place &at) {
   const auto there = look(at, at.name);
   const bool wants_directory = at.one.wanted.type == file_type::directory;
-  if (!there || S_ISDIR(there->st_mode) == wants_directory) {
+  if (!there || (S_ISDIR(there->st_mode) != 0) == wants_directory) {
     if (renameat(at.directory.get(), at.beside.c_str(), at.directory.get(), at.name.c_str()) != 0)
       fail_at(at, "rename to");
     return restored::done;

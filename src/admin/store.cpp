@@ -3,6 +3,7 @@
 #include "admin/texts.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -20,6 +21,9 @@ namespace {
 
 constexpr int seconds_to_wait = 60;
 constexpr useconds_t between_tries = 100'000;
+
+// Of a name, so that a number before it and one behind it fit too.
+constexpr std::size_t longest_aside = 200;
 
 std::string in_store(const std::string &name) {
   return std::string(store_directory) + "/" + name;
@@ -49,9 +53,11 @@ std::string who_works(const descriptor &directory) {
   std::ifstream locks("/proc/locks");
   for (std::string line; std::getline(locks, line);) {
     std::istringstream words(line);
-    std::string number, kind, advisory, access, process, file;
-    words >> number >> kind >> advisory >> access >> process >> file;
-    if (kind != "FLOCK" || !file.ends_with(inode))
+    std::array<std::string, 6> field; // NUMBER: FLOCK ADVISORY ACCESS PROCESS DEVICE:INODE
+    for (std::string &one : field)
+      words >> one;
+    const std::string &process = field[4];
+    if (field[1] != "FLOCK" || !field[5].ends_with(inode))
       continue;
     std::ifstream arguments("/proc/" + process + "/cmdline");
     std::string text((std::istreambuf_iterator<char>(arguments)), {});
@@ -176,8 +182,8 @@ std::string store::kept_path(std::uint64_t number) {
 }
 
 std::string store::aside_path(std::uint64_t run, const std::string &path) {
-  const std::string wanted =
-      in_store("aside/" + std::to_string(run) + "." + path.substr(path.rfind('/') + 1));
+  const std::string name_there = path.substr(path.rfind('/') + 1).substr(0, longest_aside);
+  const std::string wanted = in_store("aside/" + std::to_string(run) + "." + name_there);
   std::string name = wanted;
   for (int i = 2; look_up(open_tree_at(""), name); ++i)
     name = wanted + "." + std::to_string(i);
@@ -188,21 +194,21 @@ void store::flush_aside() {
   flush_directory(in_store("aside"));
 }
 
-std::string store::make_run_directory() const {
+std::string store::make_run_directory() {
   remove_run_directory();
-  const std::string path = in_store("run");
+  std::string path = in_store("run");
   checked(mkdir(path.c_str(), 0700), "cannot make the directory " + path);
   return path;
 }
 
-void store::remove_run_directory() const {
+void store::remove_run_directory() {
   std::error_code error;
   std::filesystem::remove_all(in_store("run"), error);
   if (error)
     throw failure("cannot remove " + in_store("run") + ": " + error.message());
 }
 
-std::uint64_t store::next_kept() const {
+std::uint64_t store::next_kept() {
   std::uint64_t next = 1;
   for (const std::string &name : names_in(open_tree_at(""), in_store("kept")))
     if (const auto number = number_of(name))
@@ -210,7 +216,7 @@ std::uint64_t store::next_kept() const {
   return next;
 }
 
-void store::remove_kept_but(const std::set<std::uint64_t> &needed) const {
+void store::remove_kept_but(const std::set<std::uint64_t> &needed) {
   for (const std::string &name : names_in(open_tree_at(""), in_store("kept"))) {
     const auto number = number_of(name);
     if ((!number || !needed.contains(*number)) && std::remove(in_store("kept/" + name).c_str()) != 0)
@@ -218,7 +224,7 @@ void store::remove_kept_but(const std::set<std::uint64_t> &needed) const {
   }
 }
 
-void store::flush_kept() const {
+void store::flush_kept() {
   flush_directory(in_store("kept"));
 }
 

@@ -22,9 +22,9 @@ public:
   // Without one, to look or to share, everything is as on a host that never had an installation.
   explicit store(access wanted);
 
-  receipt read_receipt() const;
+  [[nodiscard]] receipt read_receipt() const;
   // Nothing where no run was interrupted.
-  std::optional<journal> read_journal() const;
+  [[nodiscard]] std::optional<journal> read_journal() const;
 
   // Written beside, flushed, renamed, the directory flushed: what stands there is whole at every moment.
   void write(const receipt &record) const;
@@ -36,23 +36,23 @@ public:
   static std::string kept_path(std::uint64_t number);
   static std::string aside_path(std::uint64_t run, const std::string &path);
   // An empty directory for a run to work in, made anew.
-  std::string make_run_directory() const;
-  void remove_run_directory() const;
+  static std::string make_run_directory();
+  static void remove_run_directory();
 
   // The first number above all those in use.
-  std::uint64_t next_kept() const;
+  static std::uint64_t next_kept();
   // Removes kept bytes that are not among those needed.
-  void remove_kept_but(const std::set<std::uint64_t> &needed) const;
+  static void remove_kept_but(const std::set<std::uint64_t> &needed);
   // Whoever asked to keep something asks this last: what was kept is on disk then.
-  void flush_kept() const;
+  static void flush_kept();
   // The same for what was put aside.
   static void flush_aside();
 
   // The open directory, which holds the lock.
-  const descriptor &directory() const { return directory_; }
+  [[nodiscard]] const descriptor &directory() const { return directory_; }
 
 private:
-  std::optional<std::string> read(const char *name) const;
+  [[nodiscard]] std::optional<std::string> read(const char *name) const;
   void write(const char *name, const std::string &text) const;
   void write_beside(const std::string &beside, const std::string &text) const;
   void flush() const;

@@ -89,7 +89,7 @@ bool is_of_the_run(const journal &run, const journaled_path &one, const state &p
 std::string put_aside(const journal &run, const std::string &path, const state &present) {
   if (present.type != file_type::file && present.type != file_type::link)
     throw failure(path + " is in the way, neither a file nor a link");
-  const std::string name = store::aside_path(run.run, path);
+  std::string name = store::aside_path(run.run, path);
   if (present.type == file_type::file)
     keep_copy(open_tree_at(""), path, name);
   else
@@ -114,8 +114,8 @@ std::vector<std::string> paths_of(const journal &run) {
 
 void finish(const store &kept) {
   kept.remove_journal();
-  kept.remove_kept_but(kept_by(kept.read_receipt()));
-  kept.remove_run_directory();
+  store::remove_kept_but(kept_by(kept.read_receipt()));
+  store::remove_run_directory();
 }
 
 } // namespace

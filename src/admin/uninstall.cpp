@@ -15,6 +15,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <ranges>
 #include <set>
 #include <string>
 #include <tuple>
@@ -59,15 +60,16 @@ void keep_filled_directories(removal &made) {
   const tree disk = open_tree_at("");
   std::set<std::string> going;
   std::set<std::string> filled;
-  for (auto one = made.changes.rbegin(); one != made.changes.rend(); ++one) {
-    if (one->after.type != file_type::absent)
+  // What lies below comes before what holds it.
+  for (const change &one : std::ranges::reverse_view(made.changes)) {
+    if (one.after.type != file_type::absent)
       continue;
     const std::vector<std::string> names =
-        one->before.type == file_type::directory ? names_in(disk, one->path) : std::vector<std::string>{};
+        one.before.type == file_type::directory ? names_in(disk, one.path) : std::vector<std::string>{};
     const bool is_filled = std::any_of(names.begin(), names.end(), [&](const std::string &name) {
-      return !going.contains(joined(one->path, name));
+      return !going.contains(joined(one.path, name));
     });
-    (is_filled ? filled : going).insert(one->path);
+    (is_filled ? filled : going).insert(one.path);
   }
   std::erase_if(made.changes, [&](const change &one) { return filled.contains(one.path); });
   std::erase_if(made.wanted, [&](const wanted_path &one) { return filled.contains(one.path); });
@@ -173,7 +175,7 @@ void carry_out(const store &kept, const receipt &record, std::uint64_t id, const
     drop_undone(told);
   const receipt rest = record_without(record, id, made);
   kept.write(rest);
-  kept.remove_kept_but(kept_by(rest));
+  store::remove_kept_but(kept_by(rest));
 }
 
 bool mentions_variable(const target &host) {

@@ -1,4 +1,6 @@
 #include "admin/admin_run.h"
+#include "admin/records.h"
+#include "admin/store.h"
 
 using namespace admin_runs;
 using support::read_file;
@@ -68,6 +70,33 @@ TEST_F(StateDirectory, IsRefusedWithAReceiptThatIsADirectoryOrALink) {
   fs::create_symlink(path("host/receipt"), receipt_file);
   EXPECT_EQ(refusal(),
             "korvalen_admin: cannot read " + receipt_file + ": Too many levels of symbolic links\n");
+}
+
+TEST_F(StateDirectory, IsRefusedWithAReceiptThatHoldsAPathThatIsNotPlain) {
+  for (const char *name : {"kept", "aside"})
+    fs::create_directories(state_dir + "/" + name);
+  const std::pair<std::string, const char *> paths[] = {
+      {"etc/passwd", "etc/passwd"},
+      {"/etc/../etc/passwd", "/etc/../etc/passwd"},
+      {"//etc/passwd", "//etc/passwd"},
+      {std::string("/etc/passwd\0x", 13), "/etc/passwd\\x00x"}};
+  for (const auto &[path, shown] : paths) {
+    korvalen::admin::receipt record;
+    record.installations.push_back(
+        {1, product(), envi(), product(), envi(), false, {product(), "/etc/quorin"}});
+    record.paths.push_back({path, {}, {korvalen::admin::file_type::file, 0644}, {1}});
+    write_file(receipt_file, korvalen::admin::text_of(record));
+    EXPECT_EQ(refusal(), "korvalen_admin: " + receipt_file + " cannot be trusted: it holds the path \"" +
+                             shown + "\", which is not absolute and plain\n");
+  }
+}
+
+TEST_F(StateDirectory, TakesWhatHasALongNameAsideUnderAShorterOne) {
+  fs::create_directories(state_dir + "/aside");
+  const std::string name = korvalen::admin::store::aside_path(12, "/x/" + std::string(255, 'n'));
+  EXPECT_EQ(name, state_dir + "/aside/12." + std::string(200, 'n'));
+  write_file(name, "");
+  EXPECT_EQ(korvalen::admin::store::aside_path(12, "/y/" + std::string(255, 'n')), name + ".2");
 }
 
 TEST_F(StateDirectory, IsRefusedWhereItIsALink) {
