@@ -56,9 +56,9 @@ protected:
   }
   void expect_held_off(int signal) const {
     const auto program = begin();
-    for (int times = 0; times < 40 && fs::exists(run_file); ++times) {
+    for (int times = 0; times < 2'000 && fs::exists(run_file); ++times) {
       program->kill_group(signal);
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      std::this_thread::sleep_for(std::chrono::milliseconds(3));
     }
     const support::outcome ended = program->finish();
     EXPECT_EQ(ended.signal, 0) << ended;
