@@ -74,6 +74,7 @@ admin_ground prepare_ground(const admin_scenario &what) {
     what.change(changed);
     set_host(own_root, changed);
   }
+  ground.settled = look_at_host(own_root);
   for (const killed_command &killed : what.killed)
     kill_in_the_middle(what, killed);
   ground.start = look_at_host(own_root);

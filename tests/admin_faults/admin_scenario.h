@@ -27,6 +27,7 @@ struct admin_scenario {
 struct admin_ground {
   host_tree before;    // without an installation
   host_tree installed; // with it
+  host_tree settled;   // before anything was killed, and so what a taking back leads to
   host_tree start;     // of the command
   std::vector<family_call> calls;
   std::vector<bool> touches_nothing; // of each call, whether it belongs to a rehearsal

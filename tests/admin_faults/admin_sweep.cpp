@@ -61,6 +61,7 @@ constexpr const char *repair_count = "states repaired by install and by uninstal
 constexpr const char *done_status = "status 0: done";
 constexpr const char *nothing_done_status = "status 1: everything as before";
 constexpr const char *half_done_status = "status 1: half done, and the next command goes on from there";
+constexpr const char *taken_back_status = "status 1: what was killed before is taken back";
 constexpr const char *late_status = "status 1: done, but something failed after that";
 constexpr const char *killed_end = "killed";
 
@@ -136,43 +137,65 @@ findings leftovers_in(const sweeper &all, const host_tree &tree, const family_di
   return found;
 }
 
-// The hosts are the same, but for the second name of a file.
-bool is_same_but_second_name(host_tree a, host_tree b) {
-  for (host_tree *const one : {&a, &b}) {
-    one->erase(second_name);
+// An installation over half an uninstall may find that a name of a file came back and the other did not: it
+// leaves the first to the host, as a file of its own. After it the hosts may differ in that, after one more
+// uninstall in the names' being of one file.
+bool is_only_separated(host_tree wanted, host_tree left, bool installed) {
+  if (is_same_host(wanted, left))
+    return false;
+  for (host_tree *const one : {&wanted, &left}) {
+    if (installed)
+      one->erase(second_name);
     for (auto &[path, entry] : *one)
       entry.first_name.clear();
   }
-  return is_same_host(a, b);
+  return is_same_host(wanted, left);
 }
 
+struct next_command {
+  const char *command;
+  const host_tree &wanted;
+  const char *rule; // that another end breaks
+};
+
 // Runs the command to its end on what stands there. Returns what stands there then.
-host_tree go_on(const sweeper &all, const family_disturbance &how, const char *command,
-                const host_tree &wanted, const char *rule, findings &found) {
-  const program tool = administration(command);
+host_tree go_on(const sweeper &all, const family_disturbance &how, const next_command &next,
+                findings &found) {
+  const program tool = administration(next.command);
   const family_outcome outcome = run_family(tool, {});
-  const std::string then = std::string("then ") + command + ": ";
+  const std::string then = std::string("then ") + next.command + ": ";
   if (outcome.status != 0)
-    found.push_back({rule, then + "status " + std::to_string(outcome.status) + ", " + printed_by(tool)});
+    found.push_back({next.rule, then + "status " + std::to_string(outcome.status) + ", " + printed_by(tool)});
   const host_tree left = look_at_host(own_root);
-  if (!is_same_host(wanted, left))
-    found.push_back({rule == not_converged && is_same_but_second_name(wanted, left) ? separated : rule,
-                     then + differences(host_of(wanted), host_of(left))});
+  if (!is_same_host(next.wanted, left))
+    found.push_back({next.rule, then + differences(host_of(next.wanted), host_of(left))});
   for (const finding &one : leftovers_in(all, left, how))
     found.push_back({one.rule, then + one.text});
   return left;
 }
 
-// One more install and one uninstall, and one uninstall alone.
+// One more install, and one uninstall after it.
+void repair_by_install(sweeper &all, const family_disturbance &how, findings &found) {
+  const host_tree &installed = all.ground.installed;
+  const host_tree &before = all.ground.before;
+  const host_tree left = go_on(all, how, {install_command, installed, not_converged}, found);
+  if (found.size() == 1 && found.back().rule == not_converged && is_only_separated(installed, left, true))
+    found.back().rule = separated;
+  if (!all.repaired.insert(key_of(left)).second)
+    return;
+  go_on(all, how, {verify_command, left, not_converged}, found);
+  const std::size_t earlier = found.size();
+  const host_tree end = go_on(all, how, {uninstall_command, before, lost}, found);
+  if (found.size() == earlier + 1 && found.back().rule == lost && is_only_separated(before, end, false))
+    found.back().rule = separated;
+}
+
+// That, and one uninstall alone.
 findings repair(sweeper &all, const family_disturbance &how, const host_tree &left) {
   findings found;
-  const host_tree installed = go_on(all, how, install_command, all.ground.installed, not_converged, found);
-  if (all.repaired.insert(key_of(installed)).second) {
-    go_on(all, how, verify_command, all.ground.installed, not_converged, found);
-    go_on(all, how, uninstall_command, all.ground.before, lost, found);
-  }
+  repair_by_install(all, how, found);
   set_host(own_root, left);
-  go_on(all, how, uninstall_command, all.ground.before, lost, found);
+  go_on(all, how, {uninstall_command, all.ground.before, lost}, found);
   return found;
 }
 
@@ -180,6 +203,12 @@ bool is_wanted_end(const sweeper &all, const host_tree &left) {
   const bool installs = all.what.command == std::string(install_command);
   return is_same_host(installs ? all.ground.installed : all.ground.before, left) &&
          has_installation(left) == installs;
+}
+
+// Without what was made beside a path and never renamed to it.
+host_tree without_beginnings(host_tree tree) {
+  std::erase_if(tree, [](const auto &one) { return one.first.find("/.korvalen-") != std::string::npos; });
+  return tree;
 }
 
 // How the command ended, or nothing if its status is not the truth.
@@ -190,14 +219,15 @@ const char *name_of_end(const sweeper &all, const family_disturbance &how, int s
     return done && !is_interrupted(left) ? done_status : nullptr;
   if (status != 1)
     return nullptr;
-  if (is_same_host(all.ground.start, left) && has_installation(all.ground.start) == has_installation(left))
+  if (is_same_host(without_beginnings(all.ground.start), without_beginnings(left)) &&
+      has_installation(all.ground.start) == has_installation(left))
     return nothing_done_status;
   if (done && all.ground.commit > 0 && how.at_call >= all.ground.commit)
     return late_status;
   const bool installs = all.what.command == std::string(install_command);
-  return is_interrupted(left) || installs != has_installation(left) || is_same_host(all.ground.before, left)
-             ? half_done_status
-             : nullptr;
+  if (is_same_host(all.ground.settled, left))
+    return taken_back_status;
+  return is_interrupted(left) || (!installs && has_installation(left)) ? half_done_status : nullptr;
 }
 
 // The signal that may end the command; 0 is none.
@@ -336,7 +366,8 @@ void print_table(std::ostream &out, const admin_scenario &what, const tally &res
     print_row(out, how.name, result);
   print_row(out, repair_count, result);
   out << " how the disturbed runs ended\n";
-  for (const char *const name : {killed_end, done_status, nothing_done_status, half_done_status, late_status})
+  for (const char *const name :
+       {killed_end, done_status, nothing_done_status, taken_back_status, half_done_status, late_status})
     print_row(out, name, result);
   out << " broken rules, by the disturbances that broke them\n";
   for (const char *const name : rules)
