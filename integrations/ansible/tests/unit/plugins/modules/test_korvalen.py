@@ -251,6 +251,7 @@ class KorvalenTest(unittest.TestCase):
 
     def test_json_of_something_else_is_a_failure(self):
         self.expect_useless(self.run_module('[]', status=0), 'its JSON is not an answer of korvalen_admin')
+        self.expect_useless(self.run_module('3', status=0), 'its JSON is not an answer of korvalen_admin')
         self.expect_useless(self.run_module('{}', status=0), 'its JSON is not an answer of korvalen_admin')
 
     def test_an_unknown_version_is_a_failure_whatever_else_it_says(self):
@@ -258,8 +259,9 @@ class KorvalenTest(unittest.TestCase):
                             'its JSON is of version 2, and this module knows version 1 only')
 
     def test_an_answer_without_its_lists_is_a_failure(self):
-        self.expect_useless(self.run_module(dict(version=1, status=0, changes=[])),
-                            'its JSON lacks changes or warnings')
+        for lists in (dict(changes=[]), dict(warnings=[])):
+            self.expect_useless(self.run_module(dict(lists, version=1, status=0)),
+                                'its JSON lacks changes or warnings')
 
     def test_an_answer_of_another_status_is_a_failure(self):
         self.expect_useless(self.run_module(answer_of('install', 0), status=1, errors='it was cut off\n'),
