@@ -122,17 +122,33 @@ void forbid_sockets() {
   checked(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), "cannot forbid sockets");
 }
 
-int wait_for_all(pid_t child) {
-  const int status = wait_for(child);
-  while (waitpid(-1, nullptr, 0) >= 0 || errno == EINTR) {
+// A pipe through which a child tells the process of its own child.
+struct announcement {
+  descriptor heard;
+  descriptor told;
+};
+
+announcement make_announcement() {
+  int ends[2];
+  checked(pipe2(ends, O_CLOEXEC), "cannot make a pipe");
+  return {descriptor(ends[0]), descriptor(ends[1])};
+}
+
+// Where the child was killed, its own child dies with it, and became this process's: it is waited for, so
+// that its last call meets nothing that is done from here on.
+void wait_for_orphan(announcement &announced) {
+  announced.told = descriptor();
+  pid_t orphan = 0;
+  if (read(announced.heard.get(), &orphan, sizeof orphan) != sizeof orphan)
+    return;
+  while (waitpid(orphan, nullptr, 0) < 0 && errno == EINTR) {
   }
-  return status;
 }
 
 // The first process of a process namespace: all others die with it.
 [[noreturn]] void begin_and_wait(const child_settings &settings, const descriptor &output,
                                  const descriptor &errors, lifeline &grandparent,
-                                 const std::function<int()> &code) {
+                                 const announcement &announced, const std::function<int()> &code) {
   int status = could_not_begin;
   try {
     replace_output(output, errors);
@@ -140,8 +156,10 @@ int wait_for_all(pid_t child) {
     checked(unshare(CLONE_NEWPID), "cannot make a private process namespace");
     lifeline parent;
     const pid_t child = checked(fork(), "cannot make a child process");
-    if (child > 0)
+    if (child > 0) {
+      checked(write(announced.told.get(), &child, sizeof child), "cannot tell of a child process");
       _exit(wait_for(child));
+    }
     parent.hold_in_child();
     // Signals to the own group must not reach that of the parent.
     checked(setsid(), "cannot make a session");
@@ -168,16 +186,18 @@ outcome run_child(const child_settings &settings, const std::function<int()> &co
   const descriptor output = memory_file("output");
   const descriptor errors = memory_file("errors");
   lifeline parent;
+  announcement announced = make_announcement();
   // Where the caller was started with this signal ignored, the child's status would be lost.
   std::signal(SIGCHLD, SIG_DFL);
   std::cout.flush();
   std::fflush(nullptr);
-  // Where the child is killed, what it started becomes this process's own, and is waited for.
   checked(prctl(PR_SET_CHILD_SUBREAPER, 1), "cannot ask for the children of a child");
   const pid_t child = checked(fork(), "cannot make a child process");
   if (child == 0)
-    begin_and_wait(settings, output, errors, parent, code);
-  outcome result{wait_for_all(child), read_whole(output), read_whole(errors)};
+    begin_and_wait(settings, output, errors, parent, announced, code);
+  const int status = wait_for(child);
+  wait_for_orphan(announced);
+  outcome result{status, read_whole(output), read_whole(errors)};
   if (result.status == could_not_begin)
     throw failure(result.errors.substr(0, result.errors.find('\n')));
   return result;
