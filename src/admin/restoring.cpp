@@ -255,8 +255,11 @@ struct restoring {
 state present_type(const std::string &path) {
   const descriptor directory = open_parent(path);
   struct stat status {};
-  if (!directory || fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
-    return {};
+  if (!directory || fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+      return {};
+    fail("cannot look up " + path);
+  }
   return {S_ISDIR(status.st_mode) ? file_type::directory : file_type::file};
 }
 

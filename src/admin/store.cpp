@@ -13,6 +13,7 @@
 #include <sstream>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace korvalen::admin {
@@ -49,7 +50,9 @@ void expect_trustworthy(const descriptor &directory) {
 std::string who_works(const descriptor &directory) {
   struct stat status {};
   checked(fstat(directory.get(), &status), std::string("cannot look up ") + store_directory);
-  const std::string inode = ":" + std::to_string(status.st_ino);
+  std::array<char, 64> file;
+  std::snprintf(file.data(), file.size(), "%02x:%02x:%lu", major(status.st_dev), minor(status.st_dev),
+                static_cast<unsigned long>(status.st_ino));
   std::ifstream locks("/proc/locks");
   for (std::string line; std::getline(locks, line);) {
     std::istringstream words(line);
@@ -57,7 +60,7 @@ std::string who_works(const descriptor &directory) {
     for (std::string &one : field)
       words >> one;
     const std::string &process = field[4];
-    if (field[1] != "FLOCK" || !field[5].ends_with(inode))
+    if (field[1] != "FLOCK" || field[5] != file.data())
       continue;
     std::ifstream arguments("/proc/" + process + "/cmdline");
     std::string text((std::istreambuf_iterator<char>(arguments)), {});

@@ -42,7 +42,7 @@ TEST_F(Merging, KeepsTheBeforeThatAnUninstallationMustBringBack) {
       {"a script with a block, touched for the first time", std::nullopt, 5, 6, true, 5, 2, false},
       {"found as the last run left it", {{3, 4}}, 4, 6, false, 3, 1, false},
       {"found as this run leaves it", {{3, 4}}, 6, 6, false, 3, 1, false},
-      {"found as before: somebody put it back", {{3, 4}}, 3, 6, false, 3, 2, false},
+      {"found as before: it came back", {{3, 4}}, 3, 6, false, 3, 1, false},
       {"found changed: it is the host's new one", {{3, 4}}, 5, 6, false, 5, 2, false},
       {"found gone: the host has none now", {{3, 4}}, 0, 6, false, 0, std::nullopt, false},
       {"a script with a block, edited", {{3, 4}}, 5, 6, true, 3, 1, true},
