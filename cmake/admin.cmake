@@ -2,6 +2,8 @@
 # them goes without the program; a build with KORVALEN_ADMIN does not.
 
 option(KORVALEN_ADMIN "Fail when what korvalen_admin needs is missing, instead of leaving it out" OFF)
+# Read here, so that CMake never calls it unused.
+set(korvalen_admin_is_demanded ${KORVALEN_ADMIN})
 
 # Debian's package of each header.
 set(korvalen_admin_headers CLI/CLI.hpp libcli11-dev nlohmann/json.hpp nlohmann-json3-dev xxhash.h libxxhash-dev
@@ -19,7 +21,7 @@ endwhile()
 
 if(korvalen_admin_lacks)
   list(JOIN korvalen_admin_lacks ", " korvalen_admin_lacks)
-  if(KORVALEN_ADMIN)
+  if(korvalen_admin_is_demanded)
     message(FATAL_ERROR "korvalen_admin cannot be built: it lacks ${korvalen_admin_lacks}")
   endif()
   message(STATUS "Without korvalen_admin, which lacks ${korvalen_admin_lacks}")
