@@ -30,9 +30,6 @@ bool is_link(const char *path) {
   return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-// What kernels follow before they give a path up.
-constexpr int max_links = 40;
-
 // Up to and with the last slash, so that a name may be put behind it.
 std::string directory_of(const std::string &path) {
   return path.substr(0, path.rfind('/') + 1);
@@ -48,16 +45,16 @@ bool is_one_entry(const std::string &path, const std::string &other) {
 }
 
 // Whether the path, which leads to the same file as the entry, is the entry or a link that leads to it or on
-// through it, so that nothing would stand at the path any more without the entry; yes when a link cannot be
-// followed. The entry itself may be a link.
-bool may_depend_on(std::string path, const std::string &entry) {
-  for (int links = 0; links <= max_links; ++links) {
-    if (is_one_entry(path, entry))
-      return true;
+// through it, so that nothing would stand at the path any more without the entry. The entry itself may be a
+// link.
+bool depends_on(const char *original, const char *entry_path) {
+  const std::string entry = entry_path;
+  std::string path = original;
+  while (!is_one_entry(path, entry)) {
     std::array<char, PATH_MAX> target;
     const ssize_t length = readlink(path.c_str(), target.data(), target.size());
     if (length < 0)
-      return errno != EINVAL && errno != ENOENT;
+      return false;
     path.resize(target[0] == '/' ? 0 : directory_of(path).size());
     path.append(target.data(), static_cast<std::size_t>(length));
   }
@@ -120,7 +117,7 @@ bool keep_original(const char *path, const char *backup, bool record) {
     return false;
 
   const owned_string unfinished = str_format_new("%s.new", backup);
-  if (is_same_file(path, unfinished.get()) && may_depend_on(path, unfinished.get()))
+  if (is_same_file(path, unfinished.get()) && depends_on(path, unfinished.get()))
     return false;
   std::remove(unfinished.get());
   // A plain copy would be written through a link, perhaps into the original.
