@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <libgen.h>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,18 +31,19 @@ bool is_link(const char *path) {
   return lstat(path, &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-// Up to and with the last slash, so that a name may be put behind it.
-std::string directory_of(const std::string &path) {
-  return path.substr(0, path.rfind('/') + 1);
-}
-
-std::string name_in_directory(const std::string &path) {
-  return path.substr(path.rfind('/') + 1);
+// How long the directory of a path is, with its last slash; 0 where the path has none.
+std::size_t directory_length(std::string_view path) {
+  return path.rfind('/') + 1;
 }
 
 bool is_one_entry(const std::string &path, const std::string &other) {
-  return name_in_directory(path) == name_in_directory(other) &&
-         is_same_file((directory_of(path) + ".").c_str(), (directory_of(other) + ".").c_str());
+  const std::size_t length = directory_length(path);
+  const std::size_t other_length = directory_length(other);
+  if (path.compare(length, std::string::npos, other, other_length, std::string::npos) != 0)
+    return false;
+  const std::string directory = path.substr(0, length) + ".";
+  const std::string other_directory = other.substr(0, other_length) + ".";
+  return is_same_file(directory.c_str(), other_directory.c_str());
 }
 
 // Whether the path, which leads to the same file as the entry, is the entry or a link that leads to it or on
@@ -55,7 +57,7 @@ bool depends_on(const char *original, const char *entry_path) {
     const ssize_t length = readlink(path.c_str(), target.data(), target.size());
     if (length < 0)
       return false;
-    path.resize(target[0] == '/' ? 0 : directory_of(path).size());
+    path.resize(target[0] == '/' ? 0 : directory_length(path));
     path.append(target.data(), static_cast<std::size_t>(length));
   }
   return true;
