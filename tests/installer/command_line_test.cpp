@@ -23,8 +23,11 @@ struct command_line {
     texts.insert(texts.begin(), "korvalen_installer");
     for (std::string &text : texts)
       argv.push_back(text.data());
-    request = read_command_line(static_cast<int>(argv.size()), argv.data());
+    // As in a main.
+    argv.push_back(nullptr);
+    request = read_command_line(argc(), argv.data());
   }
+  int argc() const { return static_cast<int>(texts.size()); }
   command_line(const command_line &) = delete;
   command_line &operator=(const command_line &) = delete;
 };
@@ -40,7 +43,7 @@ std::string init_dir(const std::vector<std::string> &arguments) {
 // Empty when the arguments are not refused.
 std::string refusal(const std::vector<std::string> &arguments) {
   command_line line(arguments);
-  const owned_string text = find_refusal(static_cast<int>(line.argv.size()), line.argv.data());
+  const owned_string text = find_refusal(line.argc(), line.argv.data());
   return text ? text.get() : "";
 }
 
@@ -53,7 +56,7 @@ std::string request_refusal(const std::vector<std::string> &arguments) {
 // Empty when the arguments are not answered.
 std::string answer(const std::vector<std::string> &arguments) {
   command_line line(arguments);
-  const char *const text = find_answer(static_cast<int>(line.argv.size()), line.argv.data());
+  const char *const text = find_answer(line.argc(), line.argv.data());
   return text == nullptr ? "" : text;
 }
 
