@@ -71,6 +71,18 @@ void refuse_unusable_envi_dir(const std::string &envi_dir) {
                   "\" refused: it holds NotOK, which means none; leave it out to touch no ENVI");
 }
 
+void parse(CLI::App &app, int argc, char **argv) {
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::CallForVersion &) {
+    throw answer(version);
+  } catch (const CLI::CallForHelp &) {
+    throw answer(app.help());
+  } catch (const CLI::ParseError &error) {
+    throw failure(error.what());
+  }
+}
+
 std::string absolute(const std::string &path) {
   if (path.starts_with('/'))
     return plain_path(path, "/");
@@ -102,7 +114,6 @@ bool asks_for_json(int argc, char **argv) {
 
 command read_arguments(int argc, char **argv) {
   given arguments;
-
   CLI::App app(description, "korvalen_admin");
   app.set_version_flag("--version", version);
   app.set_help_flag("--help", "Print this");
@@ -118,15 +129,7 @@ command read_arguments(int argc, char **argv) {
       ->check(CLI::IsMember(refusing_codes()).description(""));
   app.get_subcommand("uninstall")
       ->add_flag("--plan", arguments.made.only_plan, "Show all of it and touch nothing");
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForVersion &) {
-    throw answer(version);
-  } catch (const CLI::CallForHelp &) {
-    throw answer(app.help());
-  } catch (const CLI::ParseError &error) {
-    throw failure(error.what());
-  }
+  parse(app, argc, argv);
 
   command &made = arguments.made;
   made.color = color_choices.at(arguments.color);

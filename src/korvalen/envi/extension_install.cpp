@@ -36,8 +36,10 @@ bool install_into(const char *envi_dir, const char *product_dir, const char *ini
   const owned_string idl_dir = find_idl_directory(envi_dir);
   if (!idl_dir)
     return false;
-  copy_files_in_envi_dir_envi(extension_source(product_dir, extensions_version, "envi").get(), envi_dir, false);
-  copy_files_in_envi_dir_idl(extension_source(product_dir, extensions_version, "idl").get(), idl_dir.get(), false);
+  copy_files_in_envi_dir_envi(extension_source(product_dir, extensions_version, "envi").get(), envi_dir,
+                              false);
+  copy_files_in_envi_dir_idl(extension_source(product_dir, extensions_version, "idl").get(), idl_dir.get(),
+                             false);
 
   for (const char *script : idl_launch_scripts)
     fkorvPatchIdlScript(script_path(idl_dir.get(), script).get(), product_dir, init_dir);
