@@ -34,7 +34,7 @@ add_library(korvalen_administration STATIC ${admin_sources})
 set_source_files_properties(src/admin/command_line.cpp PROPERTIES
   COMPILE_DEFINITIONS "KORVALEN_VERSION=\"${PROJECT_VERSION}\"")
 target_compile_definitions(korvalen_administration PRIVATE _FILE_OFFSET_BITS=64)
-target_link_libraries(korvalen_administration PUBLIC korvalen_installation PRIVATE korvalen_options korvalen_coverage)
+target_link_libraries(korvalen_administration PUBLIC korvalen_installation PRIVATE korvalen_options korvalen_instruments)
 
 add_executable(korvalen_admin src/admin/main.cpp)
-target_link_libraries(korvalen_admin PRIVATE korvalen_administration korvalen_options korvalen_coverage)
+target_link_libraries(korvalen_admin PRIVATE korvalen_administration korvalen_options korvalen_instruments)

@@ -5,6 +5,7 @@ option(KORVALEN_HARDENED "Build with the usual hardening of a program that runs 
 option(KORVALEN_STATIC "Link the executable statically, strip it, and make the build independent of its directory" OFF)
 set(KORVALEN_SANITIZERS "" CACHE STRING "Sanitizers to build with, comma-separated")
 option(KORVALEN_COVERAGE "Instrument for coverage" OFF)
+option(KORVALEN_TRAPS "Stop at undefined behaviour by a trap, without a library that reports it" OFF)
 
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
@@ -38,16 +39,17 @@ if(KORVALEN_STATIC)
   set(CMAKE_CXX_ARCHIVE_FINISH "<CMAKE_RANLIB> -D <TARGET>")
 endif()
 
+# What looks at src/ while it runs. The tests are compiled without it, and so alike in every build.
+add_library(korvalen_instruments INTERFACE)
 if(KORVALEN_SANITIZERS)
-  # Their reports need no more than lines and names.
-  target_compile_options(korvalen_options INTERFACE -g1
+  target_compile_options(korvalen_instruments INTERFACE
     -fsanitize=${KORVALEN_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  target_link_options(korvalen_options INTERFACE -fsanitize=${KORVALEN_SANITIZERS})
+  target_link_options(korvalen_instruments INTERFACE -fsanitize=${KORVALEN_SANITIZERS})
 endif()
-
-# For src/ only: how much of the tests runs is of no interest.
-add_library(korvalen_coverage INTERFACE)
+if(KORVALEN_TRAPS)
+  target_compile_options(korvalen_instruments INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
+endif()
 if(KORVALEN_COVERAGE)
-  target_compile_options(korvalen_coverage INTERFACE --coverage)
-  target_link_options(korvalen_coverage INTERFACE --coverage)
+  target_compile_options(korvalen_instruments INTERFACE --coverage)
+  target_link_options(korvalen_instruments INTERFACE --coverage)
 endif()

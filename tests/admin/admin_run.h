@@ -3,6 +3,7 @@
 
 #include "admin/exact_tree.h"
 #include "run/whole_run.h"
+#include "support/programs.h"
 
 #include <nlohmann/json.hpp>
 
@@ -121,7 +122,7 @@ protected:
   }
 
   static support::outcome admin(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), ADMIN_PATH);
+    arguments.insert(arguments.begin(), support::admin_path);
     return support::run(arguments, 110);
   }
   // With this product and this ENVI.
@@ -135,8 +136,8 @@ protected:
     return json::parse(command(name, options).out, nullptr, false);
   }
   std::unique_ptr<running_program> start(const std::string &name, const std::string &output = "run") const {
-    return std::make_unique<running_program>(std::vector<std::string>{ADMIN_PATH, name, product(), envi()},
-                                             path(output));
+    return std::make_unique<running_program>(
+        std::vector<std::string>{support::admin_path, name, product(), envi()}, path(output));
   }
 
   // Ends the test where the command did not end so: what follows would make no sense.

@@ -155,7 +155,7 @@ TEST_F(Install, TakesNoOtherCodes) {
 }
 
 TEST_F(Install, NeedsRoot) {
-  fs::copy_file(ADMIN_PATH, path("korvalen_admin"));
+  fs::copy_file(support::admin_path, path("korvalen_admin"));
   for (const char *name : {"install", "uninstall", "plan"})
     EXPECT_THAT(support::run(support::as_other_user({path("korvalen_admin"), name, product(), envi()})).err,
                 StartsWith("korvalen_admin: " + std::string(name) + " needs root"));

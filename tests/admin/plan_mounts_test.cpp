@@ -363,7 +363,7 @@ TEST_F(PlanInAnotherRoot, ThatIsNoMountPointIsTrue) {
     fs::create_symlink(std::string("usr/") + link, other + "/" + link);
   mount_the_usual(other);
   bind("/usr", other + "/usr");
-  const std::string programs = fs::path(ADMIN_PATH).parent_path().string();
+  const std::string programs = fs::path(support::admin_path).parent_path().string();
   fs::create_directories(other + programs);
   bind(programs, other + programs);
   fs::create_directories(fs::path(other + host()).parent_path());

@@ -217,7 +217,8 @@ TEST_F(PlanRefusals, LeaveNoPlanThatCannotBeWritten) {
   for (const char *option : {"--json", "--color=never"}) {
     const auto ended = support::call([&] {
       dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO);
-      execl(ADMIN_PATH, ADMIN_PATH, "plan", option, product().c_str(), envi().c_str(), nullptr);
+      execl(support::admin_path, support::admin_path, "plan", option, product().c_str(), envi().c_str(),
+            nullptr);
       return 127;
     });
     EXPECT_THAT(

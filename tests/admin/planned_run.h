@@ -6,6 +6,7 @@
 #include "installer/installation.h"
 #include "korvalen/files/file_copy.h"
 #include "run/whole_run.h"
+#include "support/programs.h"
 #include "support/surroundings.h"
 
 #include <nlohmann/json.hpp>
@@ -135,7 +136,7 @@ protected:
   std::string envi_dir = envi();
 
   support::outcome plan(std::vector<std::string> options = {}) const {
-    std::vector<std::string> arguments = {ADMIN_PATH, "plan"};
+    std::vector<std::string> arguments = {support::admin_path, "plan"};
     arguments.insert(arguments.end(), options.begin(), options.end());
     arguments.insert(arguments.end(), {product(), envi_dir});
     if (!root_.empty())
@@ -204,7 +205,8 @@ protected:
                               const char *option = "--color=never") const {
     return support::call([&] {
       hindrance();
-      execl(ADMIN_PATH, ADMIN_PATH, "plan", option, product().c_str(), envi_dir.c_str(), nullptr);
+      execl(support::admin_path, support::admin_path, "plan", option, product().c_str(), envi_dir.c_str(),
+            nullptr);
       return 127;
     });
   }

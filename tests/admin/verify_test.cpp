@@ -13,7 +13,7 @@ protected:
     ship("envi/save/zz_link.sav");
   }
   support::outcome verify_as_other_user(std::vector<std::string> options = {}) const {
-    fs::copy_file(ADMIN_PATH, path("korvalen_admin"), fs::copy_options::overwrite_existing);
+    fs::copy_file(support::admin_path, path("korvalen_admin"), fs::copy_options::overwrite_existing);
     options.insert(options.begin(), {path("korvalen_admin"), "verify"});
     options.insert(options.end(), {product(), envi()});
     return support::run(support::as_other_user(options));
@@ -135,7 +135,7 @@ TEST_F(Verify, AcceptsAPlainRunOfTheSameAndNamesThatOfAnotherProductWhichTheNext
   expect_status(command("install"), 0);
   expect_status(command("install"), 0); // from the second run on, runs leave the same
   const std::vector<std::string> surroundings = {"env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin",
-                                                 "LC_ALL=C.UTF-8", INSTALLER_PATH};
+                                                 "LC_ALL=C.UTF-8", support::installer_path};
   std::vector<std::string> plain = surroundings;
   plain.insert(plain.end(), {product(), envi()});
   expect_status(support::run(plain), 0);

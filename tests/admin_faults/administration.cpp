@@ -2,6 +2,7 @@
 
 #include "faults/own_mounts.h"
 #include "support/files.h"
+#include "support/programs.h"
 
 #include <array>
 #include <cerrno>
@@ -85,7 +86,7 @@ bool can_enter_own_host() {
 host_tree fresh_host() {
   host_tree host;
   for (const std::string_view name : chosen) {
-    const fs::path source = fs::path(SAMPLES_PATH) / name;
+    const fs::path source = fs::path(support::samples_path) / name;
     add_file(host, "opt/" + std::string(name), support::read_file(source), support::mode_of(source));
   }
   for (const char *const top : {"cwd", "opt", "etc", state_dir, "var_tmp"})

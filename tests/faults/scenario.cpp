@@ -1,6 +1,7 @@
 #include "faults/scenario.h"
 
 #include "faults/own_mounts.h"
+#include "support/programs.h"
 
 #include <cerrno>
 #include <fcntl.h>
@@ -97,8 +98,8 @@ tree sample_trees() {
   all["cwd"] = {"directory", 0755, ""};
   all["etc"] = {"directory", 0755, ""};
   all["opt"] = {"directory", 0775, ""}; // another mode than the one that the tool gives
-  add_below(all, product_dir, support::snapshot(fs::path(SAMPLES_PATH) / "product"));
-  add_below(all, envi_dir, support::snapshot(fs::path(SAMPLES_PATH) / "envi54"));
+  add_below(all, product_dir, support::snapshot(fs::path(support::samples_path) / "product"));
+  add_below(all, envi_dir, support::snapshot(fs::path(support::samples_path) / "envi54"));
   return all;
 }
 

@@ -6,6 +6,7 @@
 #include "support/files.h"
 #include "support/private_etc.h"
 #include "support/process.h"
+#include "support/programs.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -64,7 +65,8 @@ support::outcome run_plan(unsigned seed, const random_disk &disk) {
   const std::string tools = disk.directory + "/setup/tools";
   support::write_file(tools + "/ls", "#!/bin/sh\nexec /bin/ls -r \"$@\"\n", 0755);
   std::vector<std::string> command = {
-      "env", "PATH=" + tools + ":/usr/bin:/bin", "LC_ALL=C", "QUOTING_STYLE=c", ADMIN_PATH, "plan", "--json"};
+      "env",   "PATH=" + tools + ":/usr/bin:/bin", "LC_ALL=C", "QUOTING_STYLE=c", support::admin_path, "plan",
+      "--json"};
   command.insert(command.end(), disk.plan_arguments.begin(), disk.plan_arguments.end());
   fs::current_path(disk.plan_directory);
   umask(masks[seed % std::size(masks)]);
@@ -75,7 +77,8 @@ support::outcome run_plan(unsigned seed, const random_disk &disk) {
 
 void run_installer(plan_case &one) {
   std::vector<std::string> command = {
-      "env", "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8", INSTALLER_PATH, one.disk.product};
+      "env",           "-i", "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL=C.UTF-8", support::installer_path,
+      one.disk.product};
   if (one.disk.local_layout || !one.disk.envi.empty())
     command.push_back(one.disk.envi);
   if (one.disk.local_layout)

@@ -2,6 +2,7 @@
 
 #include "plans/plan_report.h"
 #include "run/whole_run.h"
+#include "support/programs.h"
 
 #include <unistd.h>
 
@@ -13,7 +14,7 @@ namespace {
 class RehearsalCorners : public whole_run {
 protected:
   plan_report plan() const {
-    return plans::parse_report(support::run({ADMIN_PATH, "plan", "--json", product(), envi()}).out);
+    return plans::parse_report(support::run({support::admin_path, "plan", "--json", product(), envi()}).out);
   }
 
   void give_second_name(const std::string &file, const std::string &name) const {

@@ -103,11 +103,11 @@ std::string said_into(channel place, const std::vector<std::string> &arguments) 
     support::other_program tool([&] {
       dup2(place.to_write, STDOUT_FILENO);
       dup2(place.to_write, STDERR_FILENO);
-      std::vector<char *> argv = {const_cast<char *>(INSTALLER_PATH)};
+      std::vector<char *> argv = {const_cast<char *>(support::installer_path)};
       for (const std::string &argument : arguments)
         argv.push_back(const_cast<char *>(argument.c_str()));
       argv.push_back(nullptr);
-      execv(INSTALLER_PATH, argv.data());
+      execv(support::installer_path, argv.data());
     });
     close(place.to_write);
     text = read_all(place.to_read);

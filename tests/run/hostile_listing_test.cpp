@@ -294,7 +294,7 @@ TEST_F(HostileListing, CopiesNothingInADirectoryThatIsGone) {
   const std::string command = "mkdir gone && cd gone && rmdir ../gone && ";
   const std::string said = support::run({"sh", "-c", command + "exec sh -c ': >./" + listing + "'"}).err;
   const support::outcome run =
-      support::run({"sh", "-c", command + "exec \"$0\" \"$@\"", INSTALLER_PATH, product(), envi()});
+      support::run({"sh", "-c", command + "exec \"$0\" \"$@\"", support::installer_path, product(), envi()});
   EXPECT_THAT(run, Ended(0, installed, fifteen_times(said)));
   expect_nothing_placed();
 }

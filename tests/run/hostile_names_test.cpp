@@ -100,7 +100,7 @@ protected:
   }
   support::outcome install_with(std::vector<std::string> variables) const {
     variables.insert(variables.begin(), "env");
-    variables.insert(variables.end(), {INSTALLER_PATH, product(), envi()});
+    variables.insert(variables.end(), {support::installer_path, product(), envi()});
     return support::run(variables);
   }
 };

@@ -26,7 +26,7 @@ protected:
                                         "--leak-check=full",
                                         "--errors-for-leak-kinds=definite,indirect,possible",
                                         "--error-exitcode=99",
-                                        INSTALLER_PATH};
+                                        support::installer_path};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return support::run(command);
   }

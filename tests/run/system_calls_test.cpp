@@ -53,7 +53,7 @@ protected:
         "strace", "-E",  "ASAN_OPTIONS=detect_leaks=0", "-o", path("trace"), "-e", "signal=none", "-qqq",
         "-s",     "9999"};
     command.insert(command.end(), options.begin(), options.end());
-    command.insert(command.end(), {INSTALLER_PATH, product(), envi()});
+    command.insert(command.end(), {support::installer_path, product(), envi()});
     return support::run(command);
   }
 

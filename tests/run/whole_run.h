@@ -5,6 +5,7 @@
 #include "support/files.h"
 #include "support/private_etc.h"
 #include "support/process.h"
+#include "support/programs.h"
 #include "support/tree_changes.h"
 #include "support/variables.h"
 
@@ -101,7 +102,7 @@ protected:
   std::string envi() const { return path("host/envi54"); }
 
   support::outcome install(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.begin(), INSTALLER_PATH);
+    arguments.insert(arguments.begin(), support::installer_path);
     return support::run(arguments);
   }
 
@@ -109,7 +110,7 @@ protected:
   // coverage writes its counts when it ends: it does so where this user may.
   support::outcome install_as_other_user(std::vector<std::string> arguments) const {
     const std::string reachable = path("korvalen_installer");
-    fs::copy_file(INSTALLER_PATH, reachable, fs::copy_options::overwrite_existing);
+    fs::copy_file(support::installer_path, reachable, fs::copy_options::overwrite_existing);
     fs::create_directory(path("counts"));
     fs::permissions(path("counts"), fs::perms::all);
     arguments.insert(arguments.begin(), {"env", "GCOV_PREFIX=" + path("counts"), reachable});
@@ -117,8 +118,8 @@ protected:
   }
 
   void unpack_samples() const {
-    copy_tree(fs::path(SAMPLES_PATH) / "product", product());
-    copy_tree(fs::path(SAMPLES_PATH) / "envi54", envi());
+    copy_tree(fs::path(support::samples_path) / "product", product());
+    copy_tree(fs::path(support::samples_path) / "envi54", envi());
   }
 
   // A file of the product's extension tree, for example "envi/save/k.sav", that holds its own path.
