@@ -150,7 +150,7 @@ TEST_F(Interruption, NamesWhatItCannotTakeBackAndTheNextCommandDoes) {
 
 // The change comes while a large file is being kept, which the run looks at before and after.
 TEST_F(Interruption, BySomebodysChangeAfterTheRehearsalStopsBeforeAnythingIsTouched) {
-  write_file(in_envi("save/k.sav"), std::string(96U << 20U, 'k'));
+  write_file(in_envi("save/k.sav"), std::string(16U << 20U, 'k'));
   const auto program = start("install");
   ASSERT_TRUE(appears(state_dir + "/kept/1"));
   program->kill(SIGSTOP);
@@ -169,7 +169,7 @@ TEST_F(Interruption, BySomebodysChangeAfterTheRehearsalStopsBeforeAnythingIsTouc
 }
 
 TEST_F(Interruption, BySomethingNewAfterTheRehearsalStopsBeforeAnythingIsTouched) {
-  write_file(in_envi("save/k.sav"), std::string(96U << 20U, 'k'));
+  write_file(in_envi("save/k.sav"), std::string(16U << 20U, 'k'));
   const auto program = start("install");
   ASSERT_TRUE(appears(state_dir + "/kept/1"));
   program->kill(SIGSTOP);
