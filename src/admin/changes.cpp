@@ -1,5 +1,6 @@
 #include "admin/changes.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <map>
 #include <optional>
@@ -173,10 +174,9 @@ void find_other_names(search &all, const std::vector<std::string> &directories) 
 }
 
 bool has_changed(const search &all, const shared_file &file) {
-  for (const std::string &path : file.found)
-    if (kind_of(all.touched.at(path)) != change_kind::none)
-      return true;
-  return false;
+  return std::any_of(file.found.begin(), file.found.end(), [&](const std::string &path) {
+    return kind_of(all.touched.at(path)) != change_kind::none;
+  });
 }
 
 bool same_bytes(const state &a, const state &b) {

@@ -5,10 +5,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <sstream>
+#include <string>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -21,10 +24,10 @@ constexpr const char *description =
 constexpr const char *man_page = "The man page: man korvalen_admin";
 constexpr const char *version = "korvalen_admin " KORVALEN_VERSION;
 
-const std::map<std::string, color_choice> color_choices = {
+constexpr std::pair<std::string_view, color_choice> color_choices[] = {
     {"auto", color_choice::automatic}, {"always", color_choice::always}, {"never", color_choice::never}};
 
-const std::map<std::string, std::string> commands = {
+constexpr std::pair<const char *, const char *> commands[] = {
     {"plan", "Show every change that an installation would make"},
     {"install", "Install all or nothing, and put it on record"},
     {"verify", "Check that an installation stands as it was left"},
@@ -38,12 +41,25 @@ struct given {
   std::string color = "auto";
 };
 
+std::vector<std::string> color_names() {
+  std::vector<std::string> names;
+  for (const auto &[name, choice] : color_choices)
+    names.emplace_back(name);
+  return names;
+}
+
+color_choice color_named(std::string_view wanted) {
+  return std::find_if(std::begin(color_choices), std::end(color_choices),
+                      [wanted](const auto &color) { return color.first == wanted; })
+      ->second;
+}
+
 CLI::Option *add_common_arguments(CLI::App &app, given &arguments) {
   app.add_flag("--local", arguments.made.host.local_layout, "The local layout: nothing goes to /etc");
   app.add_flag("--json", arguments.made.json, "One JSON object on standard output");
   app.add_option("--color", arguments.color, "auto (on a terminal), always or never")
       ->type_name("WHEN")
-      ->check(CLI::IsMember(color_choices).description(""));
+      ->check(CLI::IsMember(color_names()).description(""));
   app.add_option("PRODUCT_DIR", arguments.product_dir, "The directory into which the product was unpacked")
       ->required()
       ->type_name("");
@@ -105,7 +121,10 @@ std::string plain_path(const std::string &path, const std::string &directory) {
 }
 
 std::string named_command(int argc, char **argv) {
-  return argc > 1 && commands.contains(argv[1]) ? argv[1] : "";
+  const std::string_view first = argc > 1 ? argv[1] : "";
+  const bool is_one = std::any_of(std::begin(commands), std::end(commands),
+                                  [first](const auto &one) { return one.first == first; });
+  return std::string(is_one ? first : "");
 }
 
 bool asks_for_json(int argc, char **argv) {
@@ -132,7 +151,7 @@ command read_arguments(int argc, char **argv) {
   parse(app, argc, argv);
 
   command &made = arguments.made;
-  made.color = color_choices.at(arguments.color);
+  made.color = color_named(arguments.color);
   made.name = app.get_subcommands().front()->get_name();
   if (arguments.product_dir.empty())
     throw failure("product directory \"\" refused: it is empty");

@@ -15,8 +15,9 @@ namespace {
 
 using lines = std::vector<std::string>;
 
-// Where texts have so little in common, to look for it costs more than it tells.
-constexpr std::size_t most_pairs_of_lines = 50'000'000;
+// Where texts have so little in common, to look for it costs more than it tells, in memory first of all.
+constexpr std::size_t most_pairs_of_lines = 1'000'000;
+constexpr std::size_t most_lines = 50'000;
 
 // Without their line ends; a last line that has none says so, as a difference does.
 lines lines_of(std::string_view text) {
@@ -47,14 +48,17 @@ std::string replacement(const lines &before, const lines &after) {
   return text;
 }
 
-std::size_t differing_lines(const lines &before, const lines &after) {
+// Looks at what lies between the lines that both texts begin with and those that both end with.
+bool are_comparable(const lines &before, const lines &after) {
   const auto [first, other_first] = std::mismatch(before.begin(), before.end(), after.begin(), after.end());
   const std::size_t from = static_cast<std::size_t>(first - before.begin());
   const auto [last, other_last] =
       std::mismatch(before.rbegin(), before.rend() - static_cast<std::ptrdiff_t>(from), after.rbegin(),
                     after.rend() - static_cast<std::ptrdiff_t>(from));
   const std::size_t behind = static_cast<std::size_t>(last - before.rbegin());
-  return (before.size() - from - behind + 1) * (after.size() - from - behind + 1);
+  const std::size_t removed = before.size() - from - behind;
+  const std::size_t added = after.size() - from - behind;
+  return removed + added <= most_lines && (removed + 1) * (added + 1) <= most_pairs_of_lines;
 }
 
 std::string hunks(const lines &before, const lines &after) {
@@ -74,9 +78,8 @@ std::string unified_diff(const std::string &path, std::string_view before, std::
     return "";
   const lines old_lines = lines_of(before);
   const lines new_lines = lines_of(after);
-  const std::string body = differing_lines(old_lines, new_lines) > most_pairs_of_lines
-                               ? replacement(old_lines, new_lines)
-                               : hunks(old_lines, new_lines);
+  const std::string body =
+      are_comparable(old_lines, new_lines) ? hunks(old_lines, new_lines) : replacement(old_lines, new_lines);
   // A header is one line.
   const std::string name = path.find('\n') == std::string::npos ? path : visible(path);
   return "--- " + name + "\n+++ " + name + "\n" + body;

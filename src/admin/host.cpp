@@ -14,9 +14,6 @@ namespace korvalen::admin {
 
 namespace {
 
-// Larger than any launch script that the installer could patch whole.
-constexpr std::size_t script_limit = 64U << 20U;
-
 void add_scripts(std::vector<launch_script> &scripts, const std::string &directory,
                  std::span<const char *const> names, bool is_envis) {
   for (const char *name : names) {
@@ -75,11 +72,15 @@ std::vector<launch_script> launch_scripts_of(const target &host) {
   return scripts;
 }
 
-std::string real_script_path(const launch_script &script) {
-  if (const auto real = real_path(script.path))
+std::string real_path_or_place(const std::string &path) {
+  if (const auto real = real_path(path))
     return *real;
-  const std::string name = script.path.substr(script.path.rfind('/') + 1);
-  return joined(real_path(parent_of(script.path)).value_or(parent_of(script.path)), name);
+  const std::string name = path.substr(path.rfind('/') + 1);
+  return joined(real_path(parent_of(path)).value_or(parent_of(path)), name);
+}
+
+std::string real_script_path(const launch_script &script) {
+  return real_path_or_place(script.path);
 }
 
 std::string extensions_dir_of(const target &host) {

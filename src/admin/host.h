@@ -33,12 +33,18 @@ struct launch_script {
   bool is_envis; // else IDL's
 };
 
+// What is longer is no script.
+constexpr std::size_t script_limit = 16U << 20U;
+
 // The scripts that the installer patches, whether or not they exist: ENVI's three, and IDL's two where there
 // is an IDL directory.
 std::vector<launch_script> launch_scripts_of(const target &host);
 
 // Where the script really stands: where it is a link, its target is what changes.
 std::string real_script_path(const launch_script &script);
+
+// The path without links; where it leads nowhere, that of its directory with its name.
+std::string real_path_or_place(const std::string &path);
 
 // A directory of the product and the one that it is deployed into.
 struct deployment {

@@ -9,16 +9,19 @@
 #include "admin/uninstall.h"
 #include "admin/verify.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
 #include <iostream>
-#include <map>
+#include <iterator>
 #include <set>
 #include <string>
+#include <string_view>
 #include <unistd.h>
+#include <utility>
 
 using namespace korvalen::admin;
 
@@ -37,8 +40,14 @@ void open_closed_streams() {
 
 using carry_out = void (*)(const command &given, report &told);
 
-const std::map<std::string, carry_out> commands = {
+constexpr std::pair<std::string_view, carry_out> commands[] = {
     {"plan", plan}, {"install", install_product}, {"verify", verify}, {"uninstall", uninstall}};
+
+carry_out command_named(std::string_view name) {
+  return std::find_if(std::begin(commands), std::end(commands),
+                      [name](const auto &one) { return one.first == name; })
+      ->second;
+}
 
 bool wants_colors(const command &given) {
   const char *const no_color = std::getenv("NO_COLOR");
@@ -67,7 +76,7 @@ int run(int argc, char **argv) {
   told.command = named_command(argc, argv);
   try {
     given = read_arguments(argc, argv);
-    commands.at(given.name)(given, told);
+    command_named(given.name)(given, told);
   } catch (const answer &text) {
     std::cout << text.what() << '\n';
     return 0;

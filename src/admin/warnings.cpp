@@ -12,8 +12,6 @@ namespace korvalen::admin {
 
 namespace {
 
-constexpr std::size_t script_limit = 64U << 20U;
-
 struct warning_kind {
   std::string_view code;
   bool refuses;
@@ -69,6 +67,14 @@ constexpr warning_kind kinds[] = {
      "one back"},
 };
 
+// The path that was given may hold the blanks that the real one lacks.
+void make_real(warning &one) {
+  const std::string real = one.path.empty() ? "" : real_path_or_place(one.path);
+  if (one.code == "blanks" && real != one.path)
+    one.text = "given as \"" + one.path + "\": " + one.text;
+  one.path = real;
+}
+
 class collection {
 public:
   void add(std::string_view code, const std::string &path, const std::string &detail = "") {
@@ -80,7 +86,10 @@ public:
                        [&](const warning &one) { return one.code == code && one.path == path; });
   }
 
+  // By their codes and real paths.
   std::vector<warning> sorted() && {
+    for (warning &one : found_)
+      make_real(one);
     std::sort(found_.begin(), found_.end(), [](const warning &a, const warning &b) {
       return std::tie(a.code, a.path, a.text) < std::tie(b.code, b.path, b.text);
     });

@@ -3,6 +3,7 @@
 #include "support/files.h"
 #include "support/process.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <random>
@@ -78,6 +79,16 @@ TEST_F(Diff, ReplacesEverythingWhereTextsHaveTooLittleInCommon) {
   const std::string difference = unified_diff("/p", before, after);
   EXPECT_EQ(difference.substr(0, 36), "--- /p\n+++ /p\n@@ -1,8001 +1,8001 @@\n");
   EXPECT_EQ(patched(before, difference), after);
+}
+
+TEST_F(Diff, ReplacesEverythingWhereVeryManyLinesDiffer) {
+  std::string added;
+  for (int i = 0; i < 50'001; ++i)
+    added += "b\n";
+  EXPECT_THAT(unified_diff("/p", "head\n", "head\n" + added),
+              testing::StartsWith("--- /p\n+++ /p\n@@ -1,1 +1,50002 @@\n-head\n+head\n+b\n"));
+  EXPECT_THAT(unified_diff("/p", "head\n", "head\n" + added.substr(2)),
+              testing::StartsWith("--- /p\n+++ /p\n@@ -1,1 +1,50001 @@\n head\n+b\n"));
 }
 
 TEST_F(Diff, KeepsAHeaderToOneLine) {
