@@ -21,12 +21,20 @@ std::string relative(const std::string &path) {
   return start == std::string::npos ? "." : path.substr(start);
 }
 
+// Each rename or mount on the machine, by whomever, may have moved the way up from "..": the system cannot tell,
+// and asks to try again. So it does for a file that somebody holds, which is no use for ever.
+constexpr int most_tries = 10'000;
+
 descriptor open_below(const tree &in, const std::string &path, unsigned long long flags) {
   open_how how{};
   how.flags = flags | O_CLOEXEC;
   how.resolve = RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS;
-  return descriptor(
-      static_cast<int>(syscall(SYS_openat2, in.root.get(), relative(path).c_str(), &how, sizeof how)));
+  long file = -1;
+  int tries = 0;
+  do {
+    file = syscall(SYS_openat2, in.root.get(), relative(path).c_str(), &how, sizeof how);
+  } while (file < 0 && errno == EAGAIN && ++tries < most_tries);
+  return descriptor(static_cast<int>(file));
 }
 
 // `path` is what a failure names.
