@@ -251,19 +251,25 @@ struct restoring {
   restored_paths result;
 };
 
-// The type alone, without a look into a file.
-state present_type(const std::string &path) {
+std::optional<struct stat> present_status(const std::string &path) {
   const descriptor directory = open_parent(path);
   struct stat status {};
-  if (!directory || fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
-      return {};
+  if (directory && fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+    return status;
+  if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
     fail("cannot look up " + path);
-  }
-  return {S_ISDIR(status.st_mode) ? file_type::directory : file_type::file};
+  return std::nullopt;
 }
 
-// What an interrupted run wrote with the bytes that it found has lost its time, and maybe attributes.
+// The type alone, without a look into a file.
+state present_type(const std::string &path) {
+  const auto status = present_status(path);
+  if (!status)
+    return {};
+  return {S_ISDIR(status->st_mode) ? file_type::directory : file_type::file};
+}
+
+// What a run wrote with the bytes that it found has lost its time, and maybe attributes.
 void bring_attributes_back(const wanted_path &one) {
   if (!one.kept || one.wanted.type != file_type::file)
     return;
@@ -282,20 +288,37 @@ void note_standing(restoring &all, const wanted_path &one) {
     all.standing.try_emplace(*one.kept, one.path);
 }
 
-// A name that nothing happened to is what the other names of its file are linked to, wherever it comes in the
-// order.
+// What the other names of a file are linked to, wherever it comes in the order: a name that stands as wanted. Of
+// several that are files of their own it is that of the most names, which may have some that nobody knows.
 void note_standing_names(restoring &all, const std::vector<wanted_path> &paths) {
   std::map<std::uint64_t, std::size_t> names;
   for (const wanted_path &one : paths)
     if (one.kept)
       ++names[*one.kept];
+  std::map<std::uint64_t, nlink_t> most;
   for (const wanted_path &one : paths) {
-    if (!one.kept || names[*one.kept] < 2)
+    if (!one.kept || names[*one.kept] < 2 || one.wanted.type != file_type::file)
       continue;
     const std::optional<state> present = present_state(one.path);
-    if (present && is_same(*present, one.wanted))
-      note_standing(all, one);
+    const auto status = present_status(one.path);
+    if (!present || !status || !is_same(*present, one.wanted) || status->st_nlink <= most[*one.kept])
+      continue;
+    most[*one.kept] = status->st_nlink;
+    all.standing[*one.kept] = one.path;
   }
+}
+
+bool is_same_file(const std::string &path, const std::string &other) {
+  const auto one = present_status(path);
+  const auto two = present_status(other);
+  return one && two && one->st_dev == two->st_dev && one->st_ino == two->st_ino;
+}
+
+// A name may stand as wanted and be a file of its own since it was removed and made again.
+void join_names(restoring &all, const wanted_path &one) {
+  const auto twin = one.kept ? all.standing.find(*one.kept) : all.standing.end();
+  if (twin != all.standing.end() && !is_same_file(twin->second, one.path))
+    restore({one.path, one.wanted, one.kept, one.number, twin->second}, all.may_remove_first);
 }
 
 void change_path(restoring &all, const wanted_path &one, const state &present) {
@@ -321,8 +344,8 @@ void visit(restoring &all, const wanted_path &one, phase is_now) {
       throw failure("cannot bring back " + one.path + ": a link stands in its way");
     if (present && is_same(*present, one.wanted)) {
       remove_beside(one.path, one.number);
-      if (all.may_remove_first)
-        bring_attributes_back(one);
+      bring_attributes_back(one);
+      join_names(all, one);
       note_standing(all, one);
     } else if (present || !is_absent(one.wanted)) {
       change_path(all, one, present.value_or(state{}));

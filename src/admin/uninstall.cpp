@@ -12,7 +12,6 @@
 #include "korvalen/records/uninstall_script.h"
 
 #include <algorithm>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <ranges>
@@ -32,6 +31,7 @@ struct removal {
   std::vector<wanted_path> wanted; // those that come back or are back already
   std::vector<change> changes;     // from present to before
   std::set<std::string> stay;      // changed since, and still on record
+  std::set<std::string> going_directories;
   std::vector<std::string> filled; // directories that stay, for more lies in them than what goes
 };
 
@@ -74,6 +74,9 @@ void keep_filled_directories(removal &made) {
   std::erase_if(made.changes, [&](const change &one) { return filled.contains(one.path); });
   std::erase_if(made.wanted, [&](const wanted_path &one) { return filled.contains(one.path); });
   made.filled.assign(filled.begin(), filled.end());
+  for (const change &one : made.changes)
+    if (one.before.type == file_type::directory && one.after.type == file_type::absent)
+      made.going_directories.insert(one.path);
 }
 
 removal removal_of(const receipt &record, std::uint64_t id) {
@@ -147,21 +150,27 @@ void restore_or_fail(const removal &made, const std::vector<wanted_path> &wanted
   throw failure(restored.problems.front() + "; mend that and give the command again");
 }
 
-bool is_backup_that_goes(const wanted_path &one) {
-  return one.wanted.type == file_type::absent && one.path.ends_with("_original");
+bool may_be_backup(const std::string &path) {
+  return path.ends_with("_original");
+}
+
+// What goes after everything else: whatever may be a backup, and the directories, which it may lie in.
+bool goes_last(const removal &made, const wanted_path &one) {
+  return one.wanted.type == file_type::absent &&
+         (may_be_backup(one.path) || made.going_directories.contains(one.path));
 }
 
 // Backups go last: an installation after an interrupted uninstall would take a script that is still patched,
 // and has no backup, for an original.
 void restore_with_backups_last(const removal &made, report &told) {
-  std::vector<wanted_path> first = made.wanted;
-  std::vector<wanted_path> backups;
-  std::copy_if(first.begin(), first.end(), std::back_inserter(backups), is_backup_that_goes);
-  std::erase_if(first, is_backup_that_goes);
+  std::vector<wanted_path> first;
+  std::vector<wanted_path> last;
   std::vector<std::string> paths;
-  for (const wanted_path &one : made.wanted)
+  for (const wanted_path &one : made.wanted) {
+    (goes_last(made, one) ? last : first).push_back(one);
     paths.push_back(one.path);
-  for (const auto &some : {first, backups}) {
+  }
+  for (const auto &some : {first, last}) {
     restore_or_fail(made, some, told);
     flush_file_systems(paths);
   }

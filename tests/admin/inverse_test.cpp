@@ -238,6 +238,55 @@ TEST_F(Inverse, MakesTheNamesOfOneFileNamesOfOneFileAgain) {
   EXPECT_EQ(differences(before, everything()), "");
 }
 
+TEST_F(Inverse, BringsTheTimeBackOfAFileThatItsOwnBytesWerePlacedOver) {
+  make_host();
+  write_file(in_envi("save/k.sav"), "envi/save/k.sav\n", 0755);
+  const timespec long_ago[] = {{1'000'000'000, 7}, {1'000'000'000, 7}};
+  must(utimensat(AT_FDCWD, in_envi("save/k.sav").c_str(), long_ago, 0), "utimensat");
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(Inverse, BringsAttributesAndNamesBackOfAStaleFileThatIsPlacedAgainAsItWas) {
+  make_host();
+  const std::string menu = in_envi("extensions/korvalen_menu.sav");
+  ship("envi/extensions/korvalen_menu.sav");
+  write_file(menu, "envi/extensions/korvalen_menu.sav\n", 0755);
+  attribute(menu, "user.note", "by the host");
+  fs::create_hard_link(menu, in_envi("aa_before"));
+  fs::create_hard_link(menu, in_envi("zz_behind"));
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  EXPECT_EQ(fs::hard_link_count(menu), 1U) << "the host's own file was to be removed";
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(Inverse, LeavesNamesThatNobodyLooksForTheFileThatTheyWere) {
+  make_host();
+  const std::string menu = in_envi("extensions/korvalen_menu.sav");
+  ship("envi/extensions/korvalen_menu.sav");
+  write_file(menu, "envi/extensions/korvalen_menu.sav\n", 0755);
+  fs::create_hard_link(menu, in_envi("zz_behind"));
+  fs::create_hard_link(menu, path("host/unseen"));
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(Inverse, TakesADirectoryAwayWithAPlacedFileThatIsNamedLikeABackup) {
+  make_host();
+  ship("envi/resource/langcat/words.cat_original");
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  EXPECT_TRUE(fs::exists(in_envi("resource/langcat/words.cat_original")));
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
 TEST_F(Inverse, BringsAttributesOwnersAndOddModesBack) {
   make_host();
   for (const char *name : {"save/k.sav", "extensions/korvalen_menu.sav", "bin/envi"}) {
