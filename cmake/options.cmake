@@ -50,7 +50,11 @@ if(KORVALEN_TRAPS)
   target_compile_options(korvalen_instruments INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
 endif()
 if(KORVALEN_COVERAGE)
-  # The scopes that the address sanitizer would watch become branches that nobody wrote.
+  # To watch the scopes of temporaries, the address sanitizer would add branches that no test can take, beside each
+  # condition that makes one. The fuzzers watch them.
   target_compile_options(korvalen_instruments INTERFACE --coverage -fno-sanitize-address-use-after-scope)
-  target_link_options(korvalen_instruments INTERFACE --coverage)
+  # Confined children end by _exit, and would leave no counts.
+  target_link_options(korvalen_instruments INTERFACE --coverage -Wl,--wrap=_exit)
+  add_library(korvalen_counts STATIC tests/coverage/counts_at_exit.cpp)
+  target_link_libraries(korvalen_instruments INTERFACE korvalen_counts)
 endif()
