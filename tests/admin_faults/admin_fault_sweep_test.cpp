@@ -2,9 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdlib>
+#include <fstream>
 #include <iostream>
 #include <string_view>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -22,6 +27,17 @@ std::string joined(const std::vector<std::string> &findings) {
   if (findings.size() > shown)
     text += "... and " + std::to_string(findings.size() - shown) + " more\n";
   return text;
+}
+
+// Kills the processes that this one started, and waits until they are gone.
+void kill_children() {
+  const std::string own = std::to_string(getpid());
+  std::ifstream file("/proc/" + own + "/task/" + own + "/children");
+  for (pid_t child = 0; file >> child;) {
+    kill(child, SIGKILL);
+    siginfo_t ended{};
+    waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT);
+  }
 }
 
 void expect_all_or_nothing(const admin_scenario &what) {
@@ -83,6 +99,19 @@ TEST(AdminFaultSweep, AnInstallationOverAKilledUninstallIsAllOrNothingWhereverIt
                          .done = {install_command},
                          .killed = {{uninstall_command, 50}},
                          .command = install_command});
+}
+
+TEST(FamilyRun, OutlivesAProgramThatIsKilledWhileItIsStoppedAtACall) {
+  long seen = 0;
+  faults::program tool = faults::administration(faults::verify_command);
+  tool.directory = "/";
+  const faults::family_outcome outcome =
+      faults::run_family(tool, {3, faults::blow::fails, EIO}, [&](const faults::family_call &) {
+        if (++seen == 3)
+          kill_children();
+      });
+  EXPECT_EQ(seen, 3);
+  EXPECT_EQ(outcome.signal, SIGKILL);
 }
 
 // admin_fault_sweep [--all | --every N]: every disturbance, or every N-th, instead of a few of them. Those in

@@ -9,6 +9,7 @@
 #include <stdexcept>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <system_error>
 
 namespace faults {
 
@@ -82,12 +83,22 @@ void at_call(family &all, pid_t caller) {
   }
 }
 
+// A process that was killed while it was stopped is gone at once; its end is seen by the next wait.
+void at_call_unless_gone(family &all, pid_t caller) {
+  try {
+    at_call(all, caller);
+  } catch (const std::system_error &problem) {
+    if (problem.code() != std::errc::no_such_process)
+      throw;
+  }
+}
+
 // A process that has just been made stops once, by a signal that is not for it.
 void at_stop(family &all, pid_t process, int status) {
   const bool is_new = all.alive.insert(process).second;
   const bool is_signal = status >> 16 == 0;
   if (is_event(status, PTRACE_EVENT_SECCOMP))
-    at_call(all, process);
+    at_call_unless_gone(all, process);
   const int signal = is_signal && !(is_new && WSTOPSIG(status) == SIGSTOP) ? WSTOPSIG(status) : 0;
   let_go_on(process, signal);
 }

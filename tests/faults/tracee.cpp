@@ -58,12 +58,16 @@ void resume(pid_t stopped, __ptrace_request how, int signal) {
     broken("letting the program go on");
 }
 
-// Reads less where the program's memory ends before.
+// Reads less where the program's memory ends before. A program that is gone has none.
 void read_memory(pid_t stopped, std::uint64_t address, void *bytes, std::size_t most) {
   const std::string memory = "/proc/" + std::to_string(stopped) + "/mem";
   const int file = open(memory.c_str(), O_RDONLY | O_CLOEXEC);
   const ssize_t got = pread(file, bytes, most, static_cast<off_t>(address));
+  if (file < 0 || got == 0)
+    errno = ESRCH;
+  const int reason = errno;
   close(file);
+  errno = reason;
   if (got <= 0)
     broken("cannot read the program's memory");
 }
