@@ -16,8 +16,11 @@ bool stays_a_directory(const change &one) {
   return kind_of(one) == change_kind::none && one.before.type == file_type::directory;
 }
 
+// Where the path would be made: directories that are missing too are looked for in the last one that is there.
 std::string real_place(const std::string &path) {
-  return joined(real_path(parent_of(path)).value_or(parent_of(path)), name_of(path));
+  const std::string parent = parent_of(path);
+  const auto real = real_path(parent);
+  return joined(real || parent == "/" ? real.value_or(parent) : real_place(parent), name_of(path));
 }
 
 // A backup that the run does not touch is on record as it is, so that a later one is seen.

@@ -42,7 +42,7 @@ bool is_last_user(const recorded_path &one, std::uint64_t id) {
 void decide(const recorded_path &one, std::uint64_t number, removal &made) {
   const std::optional<state> present = present_state(one.path);
   if (!present) {
-    if (is_behind_link(one.path))
+    if (!is_same(one.before, one.after) && is_behind_link(one.path))
       made.stay.insert(one.path);
     return;
   }

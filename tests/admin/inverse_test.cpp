@@ -238,6 +238,28 @@ TEST_F(Inverse, MakesTheNamesOfOneFileNamesOfOneFileAgain) {
   EXPECT_EQ(differences(before, everything()), "");
 }
 
+TEST_F(Inverse, HoldsForAnEnviThatIsNamedByALinkAndLacksTheDirectoryOfItsScripts) {
+  make_host();
+  fs::remove_all(in_envi("idl86/bin"));
+  fs::create_directory_symlink(envi(), path("host/current"));
+  const exact_tree before = everything();
+  expect_status(admin({"install", "--force", "missing-script", product(), path("host/current")}), 0);
+  const support::outcome ended = admin({"uninstall", product(), path("host/current")});
+  EXPECT_EQ(ended.status, 0) << ended;
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(Inverse, HoldsWhereTheDirectoryOfTheScriptsIsALinkToNothing) {
+  make_host();
+  fs::remove_all(in_envi("idl86/bin"));
+  fs::create_symlink("nowhere", in_envi("idl86/bin"));
+  const exact_tree before = everything();
+  expect_status(command("install", {"--force", "missing-script"}), 0);
+  const support::outcome ended = command("uninstall");
+  EXPECT_EQ(ended.status, 0) << ended;
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
 TEST_F(Inverse, BringsTheTimeBackOfAFileThatItsOwnBytesWerePlacedOver) {
   make_host();
   write_file(in_envi("save/k.sav"), "envi/save/k.sav\n", 0755);
