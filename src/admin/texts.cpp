@@ -62,8 +62,8 @@ void append_hex(std::string &result, std::string_view bytes) {
 } // namespace
 
 std::size_t utf8_character(std::string_view text) {
-  const auto found = std::find_if(std::begin(utf8_forms), std::end(utf8_forms),
-                                  [text](const utf8_form &form) { return has_form(text, form); });
+  const utf8_form *const found = std::find_if(std::begin(utf8_forms), std::end(utf8_forms),
+                                              [text](const utf8_form &form) { return has_form(text, form); });
   return found == std::end(utf8_forms) ? 0 : found->length;
 }
 

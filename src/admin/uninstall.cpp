@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <map>
 #include <optional>
-#include <ranges>
 #include <set>
 #include <string>
 #include <tuple>
@@ -61,16 +60,16 @@ void keep_filled_directories(removal &made) {
   std::set<std::string> going;
   std::set<std::string> filled;
   // What lies below comes before what holds it.
-  for (const change &one : std::ranges::reverse_view(made.changes)) {
+  std::for_each(made.changes.rbegin(), made.changes.rend(), [&](const change &one) {
     if (one.after.type != file_type::absent)
-      continue;
+      return;
     const std::vector<std::string> names =
         one.before.type == file_type::directory ? names_in(disk, one.path) : std::vector<std::string>{};
     const bool is_filled = std::any_of(names.begin(), names.end(), [&](const std::string &name) {
       return !going.contains(joined(one.path, name));
     });
     (is_filled ? filled : going).insert(one.path);
-  }
+  });
   std::erase_if(made.changes, [&](const change &one) { return filled.contains(one.path); });
   std::erase_if(made.wanted, [&](const wanted_path &one) { return filled.contains(one.path); });
   made.filled.assign(filled.begin(), filled.end());

@@ -67,10 +67,10 @@ constexpr warning_kind kinds[] = {
      "one back"},
 };
 
-// The path that was given may hold the blanks that the real one lacks.
+// The path that was given may be the one with the blanks, or with the backup beside it.
 void make_real(warning &one) {
   const std::string real = one.path.empty() ? "" : real_path_or_place(one.path);
-  if (one.code == "blanks" && real != one.path)
+  if (real != one.path)
     one.text = "given as \"" + one.path + "\": " + one.text;
   one.path = real;
 }
@@ -168,26 +168,24 @@ void look_at_script(const launch_script &script, const receipt &record, const re
 }
 
 bool holds_files(const tree &in, const std::string &directory) {
-  for (const std::string &name : names_in(in, directory)) {
+  const std::vector<std::string> names = names_in(in, directory);
+  return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
     const auto status = look_up(in, joined(directory, name));
-    if (status && (!S_ISDIR(status->st_mode) || holds_files(in, joined(directory, name))))
-      return true;
-  }
-  return false;
+    return status && (!S_ISDIR(status->st_mode) || holds_files(in, joined(directory, name)));
+  });
 }
 
 bool deploys_any(const tree &in, const deployment &step) {
-  for (const std::string &name : names_in(in, step.source))
-    if (is_deployed_name(name))
-      return true;
-  return false;
+  const std::vector<std::string> names = names_in(in, step.source);
+  return std::any_of(names.begin(), names.end(),
+                     [](const std::string &name) { return is_deployed_name(name); });
 }
 
 bool has_deployed_any(const tree &in, const deployment &step) {
-  for (const std::string &name : names_in(in, step.source))
-    if (is_deployed_name(name) && follow(in, joined(step.target, name)))
-      return true;
-  return false;
+  const std::vector<std::string> names = names_in(in, step.source);
+  return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
+    return is_deployed_name(name) && follow(in, joined(step.target, name));
+  });
 }
 
 void look_at_deployments(const target &host, const tree &after, collection &found) {
@@ -249,8 +247,8 @@ void look_at_output(const target &host, const outcome &installer, collection &fo
 } // namespace
 
 warning warning_of(std::string_view code, const std::string &path, const std::string &detail) {
-  const auto kind = std::find_if(std::begin(kinds), std::end(kinds),
-                                 [code](const warning_kind &one) { return one.code == code; });
+  const warning_kind *const kind = std::find_if(std::begin(kinds), std::end(kinds),
+                                                [code](const warning_kind &one) { return one.code == code; });
   return {std::string(code), path, kind->refuses, detail + std::string(kind->text)};
 }
 
