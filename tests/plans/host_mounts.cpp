@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/statfs.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 namespace plans {
@@ -123,7 +124,8 @@ void mount_twice(host &made) {
 bool can_be_frozen(const std::string &path) {
   struct statfs system {};
   // What lies in memory goes with its mount; elsewhere, what is frozen stays.
-  return statfs(path.c_str(), &system) == 0 && system.f_type == TMPFS_MAGIC;
+  return statfs(path.c_str(), &system) == 0 && system.f_type == TMPFS_MAGIC &&
+         (system.f_flags & ST_RDONLY) == 0;
 }
 
 void freeze(const std::string &path, int flag) {

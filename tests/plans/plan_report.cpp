@@ -64,13 +64,13 @@ announced_change change_of(const json &object) {
 
 } // namespace
 
-plan_report parse_report(const std::string &text) {
+plan_report parse_report(const std::string &text, const std::string &command) {
   if (!text.ends_with("}\n"))
     throw std::runtime_error("the report does not end with an object and a line end");
   const json object = json::parse(text);
   expect_only(object, {"version", "command", "status", "installer", "changes", "warnings", "error"});
-  if (object.at("version") != 1 || object.at("command") != "plan")
-    throw std::runtime_error("the report is not version 1 of a plan's");
+  if (object.at("version") != 1 || object.at("command") != command)
+    throw std::runtime_error("the report is not version 1 of " + command);
   plan_report report;
   report.status = object.at("status");
   if (object.contains("installer")) {
@@ -80,7 +80,7 @@ plan_report parse_report(const std::string &text) {
   for (const json &change : object.at("changes"))
     report.changes.push_back(change_of(change));
   for (const json &warning : object.at("warnings"))
-    report.warnings.push_back({warning.at("code"), bytes_or_nothing(warning, "path")});
+    report.warnings.push_back({warning.at("code"), bytes_or_nothing(warning, "path"), warning.at("refuses")});
   report.error = bytes_or_nothing(object, "error");
   return report;
 }

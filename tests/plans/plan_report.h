@@ -1,4 +1,4 @@
-// What `korvalen_admin plan --json` said.
+// What a command of korvalen_admin said with --json.
 #pragma once
 
 #include "plans/snapshot.h"
@@ -19,6 +19,7 @@ struct announced_change {
 struct told_warning {
   std::string code;
   std::string path;
+  bool refuses = false;
 };
 
 struct installer_outcome {
@@ -36,7 +37,7 @@ struct plan_report {
   std::string error; // empty where there is none
 };
 
-// Throws when the text is not one object of the documented form and a line end.
-plan_report parse_report(const std::string &text);
+// Throws when the text is not one object of the documented form, of this command, and a line end.
+plan_report parse_report(const std::string &text, const std::string &command = "plan");
 
 } // namespace plans

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <sstream>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -24,13 +25,14 @@ std::string attributes_of(const std::string &path) {
   std::array<char, 4096> names{};
   const ssize_t size = llistxattr(path.c_str(), names.data(), names.size());
   std::istringstream list(std::string(names.data(), size > 0 ? static_cast<std::size_t>(size) : 0));
-  std::string text;
+  std::set<std::string> pairs; // a file system may tell them in any order
   for (std::string name; std::getline(list, name, '\0');) {
     std::array<char, 4096> value{};
     const ssize_t length = lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
-    text += " " + name + "=" + std::string(value.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    pairs.insert(" " + name + "=" +
+                 std::string(value.data(), length > 0 ? static_cast<std::size_t>(length) : 0));
   }
-  return text;
+  return std::accumulate(pairs.begin(), pairs.end(), std::string());
 }
 
 // At once: byte by byte, looking would take most of a case's time.
@@ -61,9 +63,10 @@ file_state state_of(const std::string &path) {
     state.bytes = fs::read_symlink(path).string();
   state.identity = {status.st_dev, status.st_ino};
   state.names = status.st_nlink;
-  state.traces = "links " + std::to_string(status.st_nlink) + ", modified " + time_text(status.st_mtim) +
-                 ", changed " + time_text(status.st_ctim) + ", inode " + std::to_string(status.st_ino) +
-                 attributes_of(path);
+  state.modified = time_text(status.st_mtim);
+  state.attributes = attributes_of(path);
+  state.traces = "links " + std::to_string(status.st_nlink) + ", modified " + state.modified + ", changed " +
+                 time_text(status.st_ctim) + ", inode " + std::to_string(status.st_ino) + state.attributes;
   return state;
 }
 
@@ -88,6 +91,29 @@ const char *name_of_change(const file_state &before, const file_state &after) {
   return before.owner != after.owner || before.group != after.group ? "owner" : nullptr;
 }
 
+std::string shown(const file_state &one, const std::string &first_name) {
+  std::string text = one.type + " " + octal(one.mode) + " " + std::to_string(one.owner) + ":" +
+                     std::to_string(one.group) + one.attributes;
+  if (one.type == "link")
+    return text + " to " + one.bytes;
+  if (one.type == "file")
+    text +=
+        " of " + one.modified + ", " + std::to_string(one.bytes.size()) + " bytes, the file of " + first_name;
+  return text;
+}
+
+// What must come back, in words, and with the bytes behind them.
+std::map<std::string, std::pair<std::string, std::string>> lines_of(const disk_state &state,
+                                                                    const std::string &apart) {
+  std::map<std::string, std::pair<std::string, std::string>> lines;
+  std::map<std::pair<file_identity, bool>, std::string> names;
+  for (const auto &[path, one] : state) {
+    const bool is_apart = path.starts_with(apart + "/");
+    lines[path] = {shown(one, names.try_emplace({one.identity, is_apart}, path).first->second), one.bytes};
+  }
+  return lines;
+}
+
 } // namespace
 
 disk_state look_at(const std::vector<std::string> &directories) {
@@ -107,6 +133,22 @@ std::string disturbances(const disk_state &before, const disk_state &after) {
   for (const auto &[path, was] : before)
     if (const auto is = after.find(path); is != after.end() && is->second.traces != was.traces)
       text += path + " was " + was.traces + " and is " + is->second.traces + "\n";
+  return text;
+}
+
+std::string not_come_back(const disk_state &before, const disk_state &after, const std::string &apart) {
+  std::string text;
+  const auto now = lines_of(after, apart);
+  const auto then = lines_of(before, apart);
+  for (const auto &[path, was] : then)
+    if (const auto is = now.find(path); is == now.end())
+      text += "gone " + path + "\n";
+    else if (is->second != was)
+      text += path + "\n  was " + was.first + "\n  is  " + is->second.first +
+              (is->second.first == was.first ? ", of other bytes" : "") + "\n";
+  for (const auto &[path, is] : now)
+    if (!then.contains(path))
+      text += "new " + path + "\n";
   return text;
 }
 

@@ -17,8 +17,10 @@ struct file_state {
   mode_t mode = 0;  // of a link 0777
   uid_t owner = 0;
   gid_t group = 0;
-  std::string bytes;  // of a file, or the target of a link
-  std::string traces; // what else shows that somebody was there: times, link count, attributes
+  std::string bytes; // of a file, or the target of a link
+  std::string modified;
+  std::string attributes; // extended ones, access control lists included
+  std::string traces;     // what else shows that somebody was there: times, link count, attributes
   file_identity identity;
   nlink_t names = 0;
 };
@@ -31,6 +33,10 @@ disk_state look_at(const std::vector<std::string> &directories);
 
 // One line a path that is not exactly as it was, times and link counts included.
 std::string disturbances(const disk_state &before, const disk_state &after);
+
+// One line a path that did not come back: bytes, mode, owner and attributes, a file's time, and which names
+// are one file, where names below the directory `apart` count as those of other files.
+std::string not_come_back(const disk_state &before, const disk_state &after, const std::string &apart);
 
 // A path whose type, bytes, mode or owner is another one, as a plan has to announce it.
 struct difference {
