@@ -16,7 +16,8 @@ bool stays_a_directory(const change &one) {
   return kind_of(one) == change_kind::none && one.before.type == file_type::directory;
 }
 
-// Where the path would be made: directories that are missing too are looked for in the last one that is there.
+// Where the path would be made: directories that are missing too are looked for in the last one that is
+// there.
 std::string real_place(const std::string &path) {
   const std::string parent = parent_of(path);
   const auto real = real_path(parent);

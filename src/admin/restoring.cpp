@@ -288,8 +288,8 @@ void note_standing(restoring &all, const wanted_path &one) {
     all.standing.try_emplace(*one.kept, one.path);
 }
 
-// What the other names of a file are linked to, wherever it comes in the order: a name that stands as wanted. Of
-// several that are files of their own it is that of the most names, which may have some that nobody knows.
+// What the other names of a file are linked to, wherever it comes in the order: a name that stands as wanted.
+// Of several that are files of their own it is that of the most names, which may have some that nobody knows.
 void note_standing_names(restoring &all, const std::vector<wanted_path> &paths) {
   std::map<std::uint64_t, std::size_t> names;
   for (const wanted_path &one : paths)

@@ -21,8 +21,8 @@ std::string relative(const std::string &path) {
   return start == std::string::npos ? "." : path.substr(start);
 }
 
-// Each rename or mount on the machine, by whomever, may have moved the way up from "..": the system cannot tell,
-// and asks to try again. So it does for a file that somebody holds, which is no use for ever.
+// Each rename or mount on the machine, by whomever, may have moved the way up from "..": the system cannot
+// tell, and asks to try again. So it does for a file that somebody holds, which is no use for ever.
 constexpr int most_tries = 10'000;
 
 descriptor open_below(const tree &in, const std::string &path, unsigned long long flags) {
