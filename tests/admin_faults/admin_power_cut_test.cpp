@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <csignal>
 #include <functional>
 #include <iostream>
 #include <optional>
@@ -75,6 +76,28 @@ protected:
   }
 
   const host_tree &fresh() const { return start_; }
+
+  static void carry_out(const char *command) {
+    if (const faults::family_outcome ended = faults::administer(command); ended.status != 0)
+      throw std::runtime_error(std::string("set-up: ") + command + " fails");
+  }
+  // Leaves what an installation leaves that is killed with all its processes while it changes the host.
+  static void leave_killed_install() {
+    std::vector<faults::family_call> calls;
+    const host_tree start = faults::look_at_host(faults::own_root);
+    faults::run_family(faults::administration(faults::install_command), {},
+                       [&](const faults::family_call &call) { calls.push_back(call); });
+    faults::set_host(faults::own_root, start);
+    const auto journal = std::find_if(calls.begin(), calls.end(), [](const faults::family_call &call) {
+      return call.asked.name == "renameat" && call.asked.path.ends_with("run.json");
+    });
+    const auto first = journal - calls.begin();
+    const auto killed_at = first + (static_cast<std::ptrdiff_t>(calls.size()) - first) * 8 / 10;
+    if (faults::run_family(faults::administration(faults::install_command),
+                           {static_cast<long>(killed_at), faults::blow::kills_all})
+            .signal != SIGKILL)
+      throw std::runtime_error("set-up: the installation is not killed");
+  }
   std::vector<changed_file> changed;
 
 private:
@@ -87,7 +110,17 @@ struct belief {
   bool is_broken = false;    // a file in it cannot be trusted, and nothing can be done
   bool takes_back = false;   // there is a run that was not committed
   bool is_on_record = false; // the receipt holds an installation
-  json record;               // that of the run, or the receipt
+  long committed = 0;        // the last run that was
+  json run;
+  json receipt;
+};
+
+// What must hold of a command wherever the power is cut.
+struct promise {
+  host_tree host;                  // whose files' bytes are there or kept
+  std::vector<changed_file> files; // those that the command changes
+  long commits = 0; // the run that an installation enters into the record; 0 for other commands
+  std::vector<demand> others = {}; // of what must be found too
 };
 
 std::optional<inode> entry_inode(const disk &all, const std::string &path) {
@@ -147,15 +180,17 @@ belief belief_from(const disk &all) {
   };
   believed.takes_back = number(run) > number(receipt);
   believed.is_on_record = !receipt.is_null() && !receipt.at("installations").empty();
-  believed.record = believed.takes_back ? run : receipt;
+  believed.committed = number(receipt);
+  believed.run = run;
+  believed.receipt = receipt;
   return believed;
 }
 
 // Where the bytes of a path are kept; empty where they are not.
-std::string kept_path(const belief &believed, const std::string &path) {
-  if (believed.record.is_null())
+std::string kept_path(const json &record, const std::string &path) {
+  if (record.is_null())
     return "";
-  for (const json &one : believed.record.at("paths"))
+  for (const json &one : record.at("paths"))
     if (one.at("path") == "/mnt/" + path && one.contains("kept"))
       return state_dir + "/kept/" + std::to_string(one.at("kept").get<long>());
   return "";
@@ -164,15 +199,15 @@ std::string kept_path(const belief &believed, const std::string &path) {
 // What must be found of a file that the host had.
 demand demand_on(const std::string &path, const std::string &bytes, const belief &believed) {
   demand wanted{bytes, {path}, demand::rule::any_holds};
-  if (believed.takes_back || believed.is_on_record)
-    if (const std::string kept = kept_path(believed, path); !kept.empty())
-      wanted.paths.push_back(kept);
+  if (const std::string kept = kept_path(believed.run, path); believed.takes_back && !kept.empty())
+    wanted.paths.push_back(kept);
+  if (const std::string kept = kept_path(believed.receipt, path); believed.is_on_record && !kept.empty())
+    wanted.paths.push_back(kept);
   return wanted;
 }
 
 // Judges one disk, of which the state directory is decided.
-std::string losses_of(const disk &all, const host_tree &host, const std::vector<changed_file> &files,
-                      bool installs) {
+std::string losses_of(const disk &all, const promise &promised) {
   const belief believed = belief_from(all);
   if (believed.is_broken)
     return "a record may hold anything\n";
@@ -181,13 +216,18 @@ std::string losses_of(const disk &all, const host_tree &host, const std::vector<
     if (const auto lost = find_loss(all, wanted))
       text += *lost + "\n";
   };
-  for (const changed_file &file : files) {
-    if (const auto original = bytes_in(host, file.path))
+  const bool is_committed = promised.commits > 0 && believed.committed == promised.commits;
+  for (const changed_file &file : promised.files) {
+    if (const auto original = bytes_in(promised.host, file.path))
       expect(demand_on(file.path, *original, believed));
-    // An installation on record stands whole.
-    if (installs && file.after && believed.is_on_record && !believed.takes_back)
+    // An installation on record stands whole, and so does the one before until then, or can be brought back.
+    if (is_committed && file.after)
       expect({*file.after, {file.path}, demand::rule::any_holds});
+    if (promised.commits > 0 && !is_committed && file.before)
+      expect(demand_on(file.path, *file.before, believed));
   }
+  for (const demand &one : promised.others)
+    expect(one);
   return text;
 }
 
@@ -212,8 +252,7 @@ struct judged {
   std::string losses;     // after how many calls, and what is lost
 };
 
-judged cut_everywhere(const recording &run, const host_tree &host, const std::vector<changed_file> &files,
-                      bool installs) {
+judged cut_everywhere(const recording &run, const promise &promised) {
   judged result;
   disk all = run.start;
   for (std::size_t made = 0; made <= run.calls.size(); ++made) {
@@ -221,11 +260,11 @@ judged cut_everywhere(const recording &run, const host_tree &host, const std::ve
       for (const faults::change &one : run.calls[made - 1].changes)
         faults::apply(all, one);
     ++result.points;
-    std::string text = installs ? "" : half_files(all, files);
+    std::string text = promised.commits > 0 ? "" : half_files(all, promised.files);
     for (const disk &with_run : decided(all, state_dir + "/run.json"))
       for (const disk &one : decided(with_run, state_dir + "/receipt.json")) {
         ++result.states;
-        text += losses_of(one, host, files, installs);
+        text += losses_of(one, promised);
       }
     if (!text.empty() && result.losses.size() < 4000)
       result.losses += (made == 0 ? "before any call" : "after " + run.calls[made - 1].text) + ": " + text;
@@ -269,7 +308,7 @@ std::map<std::string, std::string> files_told(const recording &run) {
 
 TEST_F(PowerCutOfAdministration, LeavesEveryFileOfTheHostOrItsKeptBytesAtEveryCallOfAnInstallation) {
   const recording run = record(faults::install_command);
-  const judged result = cut_everywhere(run, fresh(), changed, true);
+  const judged result = cut_everywhere(run, {fresh(), changed, 1});
   std::cout << "install: " << changed.size() << " files changed, " << result.points << " points, "
             << result.states << " states of the records\n";
   EXPECT_EQ(result.losses, "");
@@ -279,7 +318,7 @@ TEST_F(PowerCutOfAdministration, LeavesEveryFileOfTheHostOrItsKeptBytesAtEveryCa
 TEST_F(PowerCutOfAdministration, LeavesEveryFileOfTheHostOrItsKeptBytesAtEveryCallOfAnUninstall) {
   record(faults::install_command);
   const recording run = record(faults::uninstall_command);
-  const judged result = cut_everywhere(run, fresh(), changed, false);
+  const judged result = cut_everywhere(run, {fresh(), changed});
   std::cout << "uninstall: " << changed.size() << " files changed, " << result.points << " points, "
             << result.states << " states of the records\n";
   EXPECT_EQ(result.losses, "");
@@ -289,7 +328,7 @@ TEST_F(PowerCutOfAdministration, LeavesEveryFileOfTheHostOrItsKeptBytesAtEveryCa
 TEST_F(PowerCutOfAdministration, WouldLoseFilesWithoutAnyOneOfTheFlushesOfAnInstallation) {
   const recording run = record(faults::install_command);
   const auto lose = [&](const std::string &call, const std::string &ending, std::optional<int> number) {
-    return cut_everywhere(without(run, call, ending, number), fresh(), changed, true).losses;
+    return cut_everywhere(without(run, call, ending, number), {fresh(), changed, 1}).losses;
   };
   EXPECT_NE(lose("fsync", "/kept/1", {}), "") << "of a kept file";
   EXPECT_NE(lose("fsync", "/kept", {}), "") << "of the directory of kept files";
@@ -305,9 +344,117 @@ TEST_F(PowerCutOfAdministration, WouldLoseFilesWithoutAnyOneOfTheFlushesOfAnUnin
   record(faults::install_command);
   const recording run = record(faults::uninstall_command);
   const auto lose = [&](const std::string &call, const std::string &ending) {
-    return cut_everywhere(without(run, call, ending), fresh(), changed, false).losses;
+    return cut_everywhere(without(run, call, ending), {fresh(), changed}).losses;
   };
   EXPECT_NE(lose("fsync", "/.korvalen-0"), "") << "of a file that comes back";
   EXPECT_NE(lose("syncfs", ""), "") << "of the names that come back";
   EXPECT_NE(lose("fsync", "/receipt.json.new"), "") << "of the receipt";
+}
+
+namespace {
+
+class PowerCutOfTakingBack : public PowerCutOfAdministration {
+protected:
+  // The next command takes the killed installation back, and puts aside what somebody wrote meanwhile.
+  void SetUp() override {
+    PowerCutOfAdministration::SetUp();
+    if (IsSkipped())
+      return;
+    leave_killed_install();
+    support::write_file(std::string(faults::own_root) + "/" + edited, "edited by hand\n");
+  }
+
+  promise taken_back() {
+    promise promised{fresh(), changed};
+    promised.others = {{"edited by hand\n", {edited, state_dir + "/aside/1.envi_rt"}}};
+    return promised;
+  }
+
+  const std::string edited = "opt/envi54/bin/envi_rt";
+};
+
+class PowerCutOfUpgrade : public PowerCutOfAdministration {
+protected:
+  // With the product's next release over an installation.
+  void SetUp() override {
+    PowerCutOfAdministration::SetUp();
+    if (IsSkipped())
+      return;
+    carry_out(faults::install_command);
+    host_tree host = faults::look_at_host(faults::own_root);
+    faults::upgrade_product(host);
+    faults::set_host(faults::own_root, host);
+    host_ = fresh();
+    faults::upgrade_product(host_);
+  }
+
+  promise upgraded() const { return {host_, changed, 2}; }
+
+private:
+  host_tree host_;
+};
+
+} // namespace
+
+TEST_F(PowerCutOfTakingBack, LeavesEveryFileOfTheHostOrItsKeptBytesAtEveryCall) {
+  const recording run = record(faults::uninstall_command);
+  const judged result = cut_everywhere(run, taken_back());
+  std::cout << "taking back: " << changed.size() << " files changed, " << result.points << " points, "
+            << result.states << " states of the records\n";
+  EXPECT_EQ(result.losses, "");
+  EXPECT_EQ(files_told(run), files_left()) << "the recording is not whole";
+}
+
+TEST_F(PowerCutOfTakingBack, WouldLoseFilesWithoutAnyOneOfItsFlushes) {
+  const recording run = record(faults::uninstall_command);
+  const auto lose = [&](const std::string &call, const std::string &ending) {
+    return cut_everywhere(without(run, call, ending), taken_back()).losses;
+  };
+  EXPECT_NE(lose("fsync", "/aside/1.envi_rt"), "") << "of what is put aside";
+  EXPECT_NE(lose("fsync", "/aside"), "") << "of its name";
+  EXPECT_NE(lose("syncfs", ""), "") << "of the names that come back";
+  const auto made_beside = std::find_if(run.calls.begin(), run.calls.end(), [](const recorded_call &one) {
+    return one.text.starts_with("fsync ") && one.text.find("/.korvalen-") != std::string::npos;
+  });
+  ASSERT_NE(made_beside, run.calls.end());
+  EXPECT_NE(lose("fsync", made_beside->text.substr(made_beside->text.rfind('/'))), "")
+      << "of a file that comes back";
+}
+
+TEST_F(PowerCutOfTakingBack, LeavesEveryFileOfTheHostOrItsKeptBytesWhileAnInstallationFollows) {
+  const recording run = record(faults::install_command);
+  const promise promised{fresh(), changed_files(fresh(), faults::look_at_host(faults::own_root)), 1};
+  const judged result = cut_everywhere(run, promised);
+  std::cout << "repair: " << promised.files.size() << " files changed, " << result.points << " points, "
+            << result.states << " states of the records\n";
+  EXPECT_EQ(result.losses, "");
+  EXPECT_EQ(files_told(run), files_left()) << "the recording is not whole";
+  EXPECT_NE(cut_everywhere(without(run, "syncfs", "", 0), promised).losses, "")
+      << "the names that come back are not flushed before the journal goes";
+}
+
+TEST_F(PowerCutOfUpgrade, LeavesTheHostsFilesAndTheInstallationBeforeOrTheirKeptBytesAtEveryCall) {
+  const recording run = record(faults::install_command);
+  const judged result = cut_everywhere(run, upgraded());
+  std::cout << "upgrade: " << changed.size() << " files changed, " << result.points << " points, "
+            << result.states << " states of the records\n";
+  EXPECT_EQ(result.losses, "");
+  EXPECT_EQ(files_told(run), files_left()) << "the recording is not whole";
+}
+
+TEST_F(PowerCutOfUpgrade, WouldLoseFilesWithoutAnyOneOfItsFlushes) {
+  const recording run = record(faults::install_command);
+  const auto lose = [&](const std::string &call, const std::string &ending, std::optional<int> number) {
+    return cut_everywhere(without(run, call, ending, number), upgraded()).losses;
+  };
+  EXPECT_NE(lose("fsync", "/kept", {}), "") << "of the directory of kept files";
+  EXPECT_NE(lose("fsync", "/run.json.new", {}), "") << "of the journal";
+  EXPECT_NE(lose("fsync", "/korvalen", 1), "") << "of the journal's name";
+  EXPECT_NE(lose("syncfs", "", {}), "") << "of what the installer made";
+  EXPECT_NE(lose("fsync", "/receipt.json.new", {}), "") << "of the receipt";
+  EXPECT_NE(lose("fsync", "/korvalen", 2), "") << "of the receipt's name";
+  int kept = 0;
+  for (const changed_file &file : changed)
+    kept += file.before.has_value() ? 1 : 0;
+  EXPECT_GT(kept, 0) << "nothing of the first installation is replaced";
 }
