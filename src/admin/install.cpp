@@ -39,7 +39,8 @@ void refuse_warnings(const command &given, const std::vector<warning> &warnings)
 
 bool is_on_record(const receipt &record, const installation &made, const std::vector<journaled_path> &paths) {
   const installation *const known = find_installation(record, made);
-  return known != nullptr && std::all_of(paths.begin(), paths.end(), [&](const journaled_path &one) {
+  return known != nullptr && !known->is_leaving &&
+         std::all_of(paths.begin(), paths.end(), [&](const journaled_path &one) {
            const recorded_path *const path = find_path(record, one.path);
            return path != nullptr && path->used_by.contains(known->id) && is_same(path->after, one.after);
          });

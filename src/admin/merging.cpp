@@ -47,11 +47,38 @@ void merge_path(path_map &paths, const journaled_path &touched, std::uint64_t id
   one.used_by.insert(id);
 }
 
-// Paths of the installation that this run did not touch are the host's where the host changed them.
-void drop_changed(path_map &paths, const journal &run, std::uint64_t id) {
+// The kept bytes of the files that the run touches.
+std::set<std::uint64_t> kept_of_touched(const path_map &paths, const journal &run) {
+  std::set<std::uint64_t> numbers;
+  for (const journaled_path &touched : run.paths)
+    if (const auto known = paths.find(touched.path); known != paths.end() && known->second.kept)
+      numbers.insert(*known->second.kept);
+  return numbers;
+}
+
+std::set<std::string> touched_by(const journal &run) {
   std::set<std::string> touched;
   for (const journaled_path &one : run.paths)
     touched.insert(one.path);
+  return touched;
+}
+
+// A name that half an uninstall brought back, and of whose file this run touches another name, is as it
+// should be: in the end both are to be names of one file again.
+void keep_names_that_came_back(path_map &paths, const journal &run, std::uint64_t id) {
+  const std::set<std::string> touched = touched_by(run);
+  const std::set<std::uint64_t> shared = kept_of_touched(paths, run);
+  for (auto &[path, one] : paths) {
+    if (touched.contains(path) || !one.used_by.contains(id) || !one.kept || !shared.contains(*one.kept))
+      continue;
+    if (is_same(present_state(path).value_or(state{}), one.before))
+      one.after = one.before;
+  }
+}
+
+// Paths of the installation that this run did not touch are the host's where the host changed them.
+void drop_changed(path_map &paths, const journal &run, std::uint64_t id) {
+  const std::set<std::string> touched = touched_by(run);
   std::erase_if(paths, [&](const auto &entry) {
     const recorded_path &one = entry.second;
     if (touched.contains(one.path) || !one.used_by.contains(id))
@@ -75,10 +102,18 @@ void use_directories(path_map &paths, const journal &run, std::uint64_t id) {
   }
 }
 
+// What an uninstall left is the host's to whoever touches it next.
+void take_over(path_map &paths, const journal &run, const std::vector<installation> &installations) {
+  for (const journaled_path &touched : run.paths)
+    for (const installation &owner : installations)
+      if (owner.is_leaving)
+        paths.at(touched.path).used_by.erase(owner.id);
+}
+
 void add_users(path_map &paths, const std::vector<installation> &installations) {
   for (auto &[path, one] : paths)
     for (const installation &owner : installations)
-      if (belongs_to(owner, path) && !one.used_by.empty())
+      if (!owner.is_leaving && belongs_to(owner, path) && !one.used_by.empty())
         one.used_by.insert(owner.id);
 }
 
@@ -153,9 +188,11 @@ merge_result merge(const receipt &record, const installation &made, const journa
   result.record.installations.push_back(entered);
 
   path_map paths = map_of(record.paths);
+  keep_names_that_came_back(paths, run, entered.id);
   drop_changed(paths, run, entered.id);
   for (const journaled_path &touched : run.paths)
     merge_path(paths, touched, entered.id, result, holding_block);
+  take_over(paths, run, result.record.installations);
   use_directories(paths, run, entered.id);
   add_users(paths, result.record.installations);
   for (auto &[path, one] : paths)

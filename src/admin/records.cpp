@@ -122,6 +122,8 @@ json json_of(const installation &one) {
     object["real_envi_dir"] = json_of(*one.real_envi_dir);
   }
   object["layout"] = one.local_layout ? "local" : "system";
+  if (one.is_leaving)
+    object["leaving"] = true;
   object["directories"] = json::array();
   for (const std::string &directory : one.directories)
     object["directories"].push_back(json_of(directory));
@@ -138,6 +140,7 @@ installation installation_from(const json &object) {
     one.real_envi_dir = path_from(object.at("real_envi_dir"));
   }
   one.local_layout = object.at("layout").get<std::string>() == "local";
+  one.is_leaving = object.value("leaving", false);
   for (const json &directory : object.at("directories"))
     one.directories.push_back(path_from(directory));
   return one;

@@ -20,7 +20,8 @@ struct installation {
   std::optional<std::string> real_envi_dir;
   bool local_layout = false;
   std::vector<std::string>
-      directories; // what lies below them belongs to it: the init and the product directory
+      directories;         // what lies below them belongs to it: the init and the product directory
+  bool is_leaving = false; // what an uninstall left, as it was changed since, is all that there is of it
 };
 
 struct recorded_path {

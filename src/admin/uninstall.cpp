@@ -38,7 +38,12 @@ bool is_last_user(const recorded_path &one, std::uint64_t id) {
   return one.used_by.size() == 1 && *one.used_by.begin() == id;
 }
 
-void decide(const recorded_path &one, std::uint64_t number, removal &made) {
+// Where an earlier uninstall left what was changed, and that is gone now, nothing is lost by what comes back.
+bool may_come_back(const recorded_path &one, const state &present, bool is_leaving) {
+  return is_same(present, one.after) || (is_leaving && present.type == file_type::absent);
+}
+
+void decide(const recorded_path &one, std::uint64_t number, bool is_leaving, removal &made) {
   const std::optional<state> present = present_state(one.path);
   if (!present) {
     if (!is_same(one.before, one.after) && is_behind_link(one.path))
@@ -46,7 +51,7 @@ void decide(const recorded_path &one, std::uint64_t number, removal &made) {
     return;
   }
   const bool is_back = is_same(*present, one.before);
-  if (!is_back && !is_same(*present, one.after)) {
+  if (!is_back && !may_come_back(one, *present, is_leaving)) {
     made.stay.insert(one.path);
     return;
   }
@@ -78,11 +83,11 @@ void keep_filled_directories(removal &made) {
       made.going_directories.insert(one.path);
 }
 
-removal removal_of(const receipt &record, std::uint64_t id) {
+removal removal_of(const receipt &record, const installation &going) {
   removal made;
   for (std::size_t i = 0; i < record.paths.size(); ++i)
-    if (is_last_user(record.paths[i], id))
-      decide(record.paths[i], i, made);
+    if (is_last_user(record.paths[i], going.id))
+      decide(record.paths[i], i, going.is_leaving, made);
   keep_filled_directories(made);
   return made;
 }
@@ -110,15 +115,24 @@ std::string diff_of_removal(const receipt &record, const change &one) {
   return unified_diff(one.path, *present, *before);
 }
 
-// The record without the installation. Paths that stay are nobody's, and remain on record.
+// A path that was changed since, or a directory that only this keeps from going.
+bool remains(const removal &made, const std::string &path) {
+  return std::any_of(made.stay.begin(), made.stay.end(),
+                     [&](const std::string &one) { return lies_in(one, path); });
+}
+
+// The record without the installation, or with what remains of it, so that the command can be repeated.
 receipt record_without(const receipt &record, std::uint64_t id, const removal &made) {
   receipt rest = record;
-  std::erase_if(rest.installations, [id](const installation &one) { return one.id == id; });
-  std::erase_if(rest.paths, [&](const recorded_path &one) {
-    return is_last_user(one, id) && !made.stay.contains(one.path);
-  });
+  if (made.stay.empty())
+    std::erase_if(rest.installations, [id](const installation &one) { return one.id == id; });
+  for (installation &one : rest.installations)
+    one.is_leaving = one.is_leaving || one.id == id;
+  std::erase_if(rest.paths,
+                [&](const recorded_path &one) { return is_last_user(one, id) && !remains(made, one.path); });
   for (recorded_path &one : rest.paths)
-    one.used_by.erase(id);
+    if (!is_last_user(one, id))
+      one.used_by.erase(id);
   return rest;
 }
 
@@ -229,7 +243,7 @@ void uninstall(const command &given, report &told) {
   if (known == nullptr)
     return tell_nothing_on_record(given.host, told);
 
-  const removal made = removal_of(record, known->id);
+  const removal made = removal_of(record, *known);
   told.changes = made.changes;
   add_warnings(made, told);
   const bool changes = changes_something(told.changes);

@@ -42,11 +42,13 @@ void verify(const command &given, report &told) {
       if (const std::string problem = compare(one, told.changes); !problem.empty() && unreadable.empty())
         unreadable = problem;
   told.changes_are = tense::are;
-  told.status = changes_something(told.changes) ? 2 : 0;
+  told.status = changes_something(told.changes) || known->is_leaving ? 2 : 0;
   if (!unreadable.empty())
     throw failure(unreadable);
   told.notes.emplace_back(told.status == 0 ? "Everything is as it should be"
-                                           : "The installation was changed since");
+                          : known->is_leaving
+                              ? "An uninstall left this, as it was changed since the installation"
+                              : "The installation was changed since");
 }
 
 } // namespace korvalen::admin

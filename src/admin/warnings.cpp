@@ -24,7 +24,7 @@ constexpr warning_kind kinds[] = {
      "move it to a path without blanks, or never run the uninstall script"},
     {"changed-since", false,
      "it was changed since the installation and stays as it is; what was there before it stays in "
-     "/var/lib/korvalen/kept"},
+     "/var/lib/korvalen/kept; to have that back, move it away and give the command again"},
     {"edited-script", false,
      "the patched script was edited since; an uninstall will bring back the script as it was before "
      "the first installation, and the edited one is put aside in /var/lib/korvalen/aside"},

@@ -385,6 +385,103 @@ TEST_F(Inverse, AfterTheUninstallScriptLeavesOnlyWhatThatTook) {
       << "the host's own file, which the script removed in its new form, is changed since";
 }
 
+class InverseOfWhatChanged : public Inverse {
+protected:
+  // One file that the host had and one that it had not are edited, and an uninstall leaves them.
+  void leave_edited_files() {
+    make_host();
+    before_ = everything();
+    expect_status(command("install"), 0);
+    installed_ = read_file(kept_file());
+    write_file(kept_file(), "edited");
+    write_file(whole_runs::configuration_in_etc, "edited too");
+    const json told_by = told("uninstall");
+    EXPECT_EQ(told_by["status"], 2) << told_by.dump(1);
+    EXPECT_EQ(codes(told_by), "changed-since changed-since not-empty ") << told_by.dump(1);
+  }
+  std::string kept_file() const { return in_envi("save/k.sav"); }
+  static std::string codes(const json &told_by) {
+    std::string text;
+    for (const json &warning : told_by["warnings"])
+      if (warning["code"] != "shared-file")
+        text += warning["code"].get<std::string>() + " ";
+    return text;
+  }
+  std::string differing() const { return differing_paths(before_, everything(file_times::compared)); }
+  std::string left_paths() const {
+    return "/etc/quorin\n/etc/quorin/Korvalen_configuration.ini\n" + kept_file() + "\n";
+  }
+  static json installations() { return json::parse(read_file(receipt_file))["content"]["installations"]; }
+
+  exact_tree before_;
+  std::string installed_;
+};
+
+TEST_F(InverseOfWhatChanged, LeavesItOnRecordHoweverOftenItIsRepeated) {
+  leave_edited_files();
+  for (int i = 0; i < 2; ++i) {
+    const json told_by = told("uninstall");
+    EXPECT_EQ(told_by["status"], 2) << told_by.dump(1);
+    EXPECT_EQ(told_by["changes"], json::array());
+    EXPECT_EQ(codes(told_by), "changed-since changed-since not-empty ") << told_by.dump(1);
+    EXPECT_EQ(differing(), left_paths());
+  }
+}
+
+TEST_F(InverseOfWhatChanged, IsToldByVerify) {
+  leave_edited_files();
+  const json told_by = told("verify");
+  EXPECT_EQ(told_by["status"], 2) << told_by.dump(1);
+  std::string paths;
+  for (const json &change : told_by["changes"])
+    paths += change["path"].get<std::string>() + "\n";
+  EXPECT_EQ(paths, "/etc/quorin/Korvalen_configuration.ini\n" + kept_file() + "\n");
+  EXPECT_THAT(command("verify").out,
+              testing::HasSubstr("An uninstall left this, as it was changed since the installation"));
+}
+
+TEST_F(InverseOfWhatChanged, IsCompleteOnceTheFilesAreMovedAway) {
+  leave_edited_files();
+  fs::remove(kept_file());
+  fs::remove(whole_runs::configuration_in_etc);
+  EXPECT_EQ(told("uninstall", {"--plan"})["status"], 2);
+  const support::outcome ended = command("uninstall");
+  EXPECT_EQ(ended.status, 0) << ended;
+  EXPECT_EQ(differing(), "");
+  EXPECT_TRUE(fs::is_empty(state_dir + "/kept"));
+  EXPECT_EQ(installations(), json::array());
+}
+
+TEST_F(InverseOfWhatChanged, IsCompleteOnceTheFilesAreAsInstalledOrAsBefore) {
+  leave_edited_files();
+  write_file(kept_file(), installed_, 0755);
+  fs::remove_all("/etc/quorin");
+  EXPECT_EQ(told("verify")["status"], 2) << "only a part of it stands";
+  const support::outcome ended = command("uninstall");
+  EXPECT_EQ(ended.status, 0) << ended;
+  EXPECT_EQ(differing(), "");
+  EXPECT_THAT(command("uninstall"), Ended(0, "\nNothing is installed.\n", ""));
+}
+
+TEST_F(InverseOfWhatChanged, OfThatAndANewInstallationLeavesTheEditedFiles) {
+  leave_edited_files();
+  const exact_tree left = everything();
+  expect_status(command("install"), 0);
+  EXPECT_EQ(command("verify").status, 0);
+  EXPECT_EQ(installations().size(), 1U);
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(left, everything()), "");
+}
+
+TEST_F(InverseOfWhatChanged, DoesNotKeepAnotherProductFromGoing) {
+  leave_edited_files();
+  make_other_product();
+  const exact_tree left = exact({envi(), "/etc"});
+  expect_status(admin({"install", other_product(), envi()}), 0);
+  expect_status(admin({"uninstall", other_product(), envi()}), 0);
+  EXPECT_EQ(differences(left, exact({envi(), "/etc"})), "");
+}
+
 TEST_F(Inverse, IsDoneOnce) {
   make_host();
   expect_status(command("install"), 0);

@@ -100,6 +100,43 @@ TEST_F(Merging, LeavesToTheHostWhatTheHostChangedAndTheRunDidNotTouch) {
   EXPECT_EQ(paths, (std::vector<std::string>{path("as_left"), path("of_the_other")}));
 }
 
+TEST_F(Merging, KeepsANameThatCameBackWhileTheRunTouchesAnotherNameOfItsFile) {
+  receipt record;
+  record.installations = {installed("/product", 1)};
+  const state back = standing("came_back");
+  record.paths = {{path("came_back"), back, file(7), {1}, 5}, {path("touched"), back, file(7), {1}, 5}};
+  const merge_result merged =
+      merge(record, installed("/product"), {1, {{path("touched"), file(7), file(7), 6}}}, {});
+  const recorded_path *const name = find_path(merged.record, path("came_back"));
+  ASSERT_NE(name, nullptr) << "an uninstall could not make the names one file again";
+  EXPECT_EQ(name->kept, 5U);
+  EXPECT_TRUE(is_same(name->after, back)) << "it is as it should be";
+  EXPECT_EQ(find_path(merged.record, path("touched"))->kept, 5U);
+}
+
+TEST_F(Merging, LeavesToTheHostWhatCameBackAlone) {
+  receipt record;
+  record.installations = {installed("/product", 1)};
+  record.paths = {{path("came_back"), standing("came_back"), file(7), {1}, 5}};
+  EXPECT_TRUE(merge(record, installed("/product"), {1, {}}, {}).record.paths.empty());
+}
+
+TEST_F(Merging, GivesNothingMoreToAnInstallationOfWhichOnlySomethingIsLeft) {
+  receipt record;
+  record.installations = {installed("/product", 1)};
+  record.installations[0].is_leaving = true;
+  record.paths = {{"/envi/left", file(1), file(2), {1}, 5}};
+  const journal run{1, {{"/envi/left", file(3), file(4), 6}, {"/init/new", {}, file(4)}}};
+  const merge_result other = merge(record, installed("/other"), run, {});
+  EXPECT_EQ(find_path(other.record, "/init/new")->used_by, (std::set<std::uint64_t>{2}));
+  EXPECT_EQ(find_path(other.record, "/envi/left")->used_by, (std::set<std::uint64_t>{2}));
+  EXPECT_TRUE(find_installation(other.record, installed("/product"))->is_leaving);
+  const merge_result again = merge(record, installed("/product"), run, {});
+  EXPECT_FALSE(find_installation(again.record, installed("/product"))->is_leaving);
+  EXPECT_EQ(find_path(again.record, "/init/new")->used_by, (std::set<std::uint64_t>{1}));
+  EXPECT_EQ(find_path(again.record, "/envi/left")->used_by, (std::set<std::uint64_t>{1}));
+}
+
 TEST_F(Merging, GivesWhatLiesInAnInitOrProductDirectoryToAllThatHaveIt) {
   receipt record;
   record.installations = {installed("/product", 1)};

@@ -27,7 +27,7 @@ receipt full_receipt() {
   receipt record;
   record.run = 18446744073709551615U;
   record.installations.push_back(
-      {7, "/given", "/host/\xfe envi", odd_name, "/real envi", true, {"/a", odd_name}});
+      {7, "/given", "/host/\xfe envi", odd_name, "/real envi", true, {"/a", odd_name}, true});
   record.installations.push_back({8, "/given too", std::nullopt, "/", std::nullopt, false, {}});
   record.paths.push_back({"/a", {}, file_state(0), {7, 8}, std::nullopt});
   record.paths.push_back({odd_name, file_state(1ULL << 40U), {file_type::directory, 01777, 1, 2}, {}, 12});
@@ -84,9 +84,11 @@ TEST(Records, GiveAReceiptBackAsItWasWhateverItsNamesHold) {
   EXPECT_EQ(read.installations[0].real_product_dir, odd_name);
   EXPECT_EQ(read.installations[0].real_envi_dir, "/real envi");
   EXPECT_TRUE(read.installations[0].local_layout);
+  EXPECT_TRUE(read.installations[0].is_leaving);
   EXPECT_EQ(read.installations[0].directories, (std::vector<std::string>{"/a", odd_name}));
   EXPECT_EQ(read.installations[1].envi_dir, std::nullopt);
   EXPECT_FALSE(read.installations[1].local_layout);
+  EXPECT_FALSE(read.installations[1].is_leaving);
   ASSERT_EQ(read.paths.size(), 3U);
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_EQ(read.paths[i].path, written.paths[i].path);

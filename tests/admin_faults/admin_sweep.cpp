@@ -138,14 +138,12 @@ findings leftovers_in(const sweeper &all, const host_tree &tree, const family_di
 }
 
 // An installation over half an uninstall may find that a name of a file came back and the other did not: it
-// leaves the first to the host, as a file of its own. After it the hosts may differ in that, after one more
-// uninstall in the names' being of one file.
-bool is_only_separated(host_tree wanted, host_tree left, bool installed) {
+// leaves the first to the host, as a file of its own, until they come back together.
+bool is_only_separated(host_tree wanted, host_tree left) {
   if (is_same_host(wanted, left))
     return false;
   for (host_tree *const one : {&wanted, &left}) {
-    if (installed)
-      one->erase(second_name);
+    one->erase(second_name);
     for (auto &[path, entry] : *one)
       entry.first_name.clear();
   }
@@ -179,15 +177,12 @@ void repair_by_install(sweeper &all, const family_disturbance &how, findings &fo
   const host_tree &installed = all.ground.installed;
   const host_tree &before = all.ground.before;
   const host_tree left = go_on(all, how, {install_command, installed, not_converged}, found);
-  if (found.size() == 1 && found.back().rule == not_converged && is_only_separated(installed, left, true))
+  if (found.size() == 1 && found.back().rule == not_converged && is_only_separated(installed, left))
     found.back().rule = separated;
   if (!all.repaired.insert(key_of(left)).second)
     return;
   go_on(all, how, {verify_command, left, not_converged}, found);
-  const std::size_t earlier = found.size();
-  const host_tree end = go_on(all, how, {uninstall_command, before, lost}, found);
-  if (found.size() == earlier + 1 && found.back().rule == lost && is_only_separated(before, end, false))
-    found.back().rule = separated;
+  go_on(all, how, {uninstall_command, before, lost}, found);
 }
 
 // That, and one uninstall alone.
