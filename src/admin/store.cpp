@@ -23,6 +23,9 @@ namespace {
 constexpr int seconds_to_wait = 60;
 constexpr useconds_t between_tries = 100'000;
 
+// A child of what was killed dies with it, but not in the same moment.
+constexpr int tries_of_the_dying = 10;
+
 // Of a name, so that a number before it and one behind it fit too.
 constexpr std::size_t longest_aside = 200;
 
@@ -47,7 +50,7 @@ void expect_trustworthy(const descriptor &directory) {
 }
 
 // The process that holds the lock, as the kernel's table of locks tells it.
-std::string who_works(const descriptor &directory) {
+std::string holder_of(const descriptor &directory) {
   struct stat status {};
   checked(fstat(directory.get(), &status), std::string("cannot look up ") + store_directory);
   std::array<char, 64> file;
@@ -75,7 +78,7 @@ void lock(const descriptor &directory, int kind) {
     if (errno != EWOULDBLOCK && errno != EINTR)
       fail(std::string("cannot lock ") + store_directory);
     if (tries * static_cast<int>(between_tries) >= seconds_to_wait * 1'000'000)
-      throw failure(who_works(directory) + " is at work with " + store_directory +
+      throw failure(holder_of(directory) + " is at work with " + store_directory +
                     "; try again when it has ended");
     usleep(between_tries);
   }
@@ -124,6 +127,18 @@ std::optional<std::string> store::read(const char *name) const {
   if (!file)
     fail("cannot read " + in_store(name));
   return read_whole(file);
+}
+
+std::optional<std::string> store::who_works() const {
+  if (!directory_)
+    return std::nullopt;
+  for (int tries = 0; flock(directory_.get(), LOCK_SH | LOCK_NB) != 0; ++tries) {
+    if (tries == tries_of_the_dying)
+      return holder_of(directory_);
+    usleep(between_tries);
+  }
+  flock(directory_.get(), LOCK_UN);
+  return std::nullopt;
 }
 
 receipt store::read_receipt() const {

@@ -26,6 +26,9 @@ public:
   // Nothing where no run was interrupted.
   [[nodiscard]] std::optional<journal> read_journal() const;
 
+  // Who changes something now, if anybody does; asked of one that is opened to look.
+  [[nodiscard]] std::optional<std::string> who_works() const;
+
   // Written beside, flushed, renamed, the directory flushed: what stands there is whole at every moment.
   void write(const receipt &record) const;
   void write(const journal &record) const;

@@ -23,14 +23,23 @@ std::string compare(const recorded_path &one, std::vector<change> &differences) 
   }
 }
 
-} // namespace
-
-void verify(const command &given, report &told) {
-  const store kept(access::look);
+void refuse_unfinished(const store &kept) {
+  if (!kept.read_journal())
+    return;
+  if (const auto worker = kept.who_works())
+    throw failure(*worker + " is at work with " + store_directory + "; try again when it has ended");
+  // It may have ended meanwhile.
   if (kept.read_journal())
     throw failure(
         "interrupted: an installation was not finished; give the command install or uninstall, which takes "
         "it back first");
+}
+
+} // namespace
+
+void verify(const command &given, report &told) {
+  const store kept(access::look);
+  refuse_unfinished(kept);
   const receipt record = kept.read_receipt();
   const installation *const known = find_installation(record, installation_of(given.host));
   if (known == nullptr)

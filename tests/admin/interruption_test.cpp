@@ -220,6 +220,17 @@ TEST_F(Interruption, OfTheProcessAboveTheInstallerTakesEverythingBack) {
   expect_taken_back_after_killing([](pid_t program) { return child_of(program); });
 }
 
+TEST_F(Interruption, IsNotWhatVerifyCallsARunThatIsUnderWay) {
+  const auto program = begin();
+  const support::outcome ended = command("verify");
+  EXPECT_EQ(ended.status, 1) << ended;
+  EXPECT_EQ(short_text(ended.err),
+            "korvalen_admin: process " + std::to_string(program->process()) + " (" + support::admin_path +
+                " install PRODUCT ENVI) is at work with /var/lib/korvalen; try again when it has ended\n");
+  expect_status(program->finish(), 0);
+  expect_status(command("verify"), 0);
+}
+
 TEST_F(Interruption, OfTheWholeProgramIsTakenBackByTheNextUninstallation) {
   const exact_tree before = everything();
   kill_when([this] { return fs::exists(in_envi("bin/envi_rt_original")); });
