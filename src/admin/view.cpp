@@ -90,6 +90,14 @@ void copy_rights(const std::string &from, const std::string &to) {
   }
 }
 
+// What lies in a directory keeps its flags in an overlay, but for the topmost directory.
+void refuse_frozen(const std::string &directory) {
+  struct statx status {};
+  checked(statx(AT_FDCWD, directory.c_str(), 0, 0, &status), "cannot look up " + directory);
+  if ((status.stx_attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0)
+    throw failure("its topmost directory is immutable or only to be appended to");
+}
+
 void configure(const descriptor &overlay, const char *key, const char *value) {
   checked(fsconfig(overlay.get(), FSCONFIG_SET_STRING, key, value, 0), std::string("cannot set ") + key);
 }
@@ -203,6 +211,7 @@ descriptor view::cover(const mounted &mount) {
   make_directory(work);
   // So that no byte of the mount point's name can mean anything to the overlay's options.
   checked(chdir(mount.point.c_str()), "cannot enter " + mount.point);
+  refuse_frozen(".");
   copy_rights(".", upper);
   const descriptor overlay(
       checked(fsopen("overlay", FSOPEN_CLOEXEC), "the kernel has no overlay file system"));

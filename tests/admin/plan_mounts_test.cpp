@@ -266,6 +266,15 @@ TEST_F(PlanOverMounts, WithAnImmutableDirectoryTellsHowTheInstallerFails) {
   EXPECT_THAT(expect_true_plan(), testing::Not(Contains(placed)));
 }
 
+TEST_F(PlanOverMounts, OfWhichOneHasAnImmutableTopmostDirectoryIsRefused) {
+  make_host();
+  mount_memory(envi() + "/save");
+  const immutable directory(envi() + "/save");
+  EXPECT_EQ(refusal(),
+            "~/envi54 cannot be rehearsed: ~/envi54/save is a mount of its own that cannot be covered (its "
+            "topmost directory is immutable or only to be appended to)");
+}
+
 TEST_F(PlanOverMounts, WithDefaultAccessControlListsIsTrue) {
   make_host();
   set_acl(envi() + "/save", "system.posix_acl_default");

@@ -169,7 +169,9 @@ struct refusal {
 
 constexpr refusal refusals[] = {
     {"refused: a mount cannot be covered", "is a mount of its own that cannot be covered",
-     [](const random_disk &disk) { return disk.has_mount_that_cannot_be_covered; }},
+     [](const random_disk &disk) {
+       return disk.has_mount_that_cannot_be_covered || disk.features.contains("frozen files");
+     }},
     {"refused: an overlay does not tell second names", "which its file system does not let an overlay tell",
      [](const random_disk &disk) { return disk.has_mount_without_second_names; }},
     {"refused: two mounts of one directory", "they are mounts of the same directory",
