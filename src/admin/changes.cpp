@@ -38,7 +38,7 @@ bool has_attribute(const std::string &path, const char *name) {
 bool is_opaque(const std::string &written) {
   char value = 0;
   const ssize_t size = lgetxattr(written.c_str(), "trusted.overlay.opaque", &value, 1);
-  if (size < 0 && errno != ENODATA && errno != EOPNOTSUPP)
+  if (size < 0 && !is_one_of(errno, {ENODATA, EOPNOTSUPP}))
     fail("cannot look up " + written);
   return size == 1 && value == 'y';
 }
@@ -153,11 +153,9 @@ void note_if_shared(search &all, const std::string &path, const struct stat &sta
 void find_names(search &all, const std::string &directory, bool descends) {
   for (const std::string &name : names_in(all.seen.disk(), directory)) {
     const std::string path = joined(directory, name);
-    const auto status = look_up(all.seen.disk(), path);
-    if (!status)
-      continue;
-    note_if_shared(all, path, *status);
-    if (descends && S_ISDIR(status->st_mode))
+    const struct stat status = look_up(all.seen.disk(), path).value_or(no_file);
+    note_if_shared(all, path, status);
+    if (descends && S_ISDIR(status.st_mode))
       find_names(all, path, true);
   }
 }

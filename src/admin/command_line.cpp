@@ -73,9 +73,7 @@ std::string refusal_of(const target &host) {
   const owned_string refusal = find_refusal(request_of(host));
   if (!refusal)
     return "";
-  const std::string_view text = refusal.get();
-  constexpr std::string_view prefix = "korvalen_installer: ";
-  return std::string(text.substr(text.starts_with(prefix) ? prefix.size() : 0));
+  return refusal.get() + std::string_view("korvalen_installer: ").size();
 }
 
 // The installer would take the first for a present directory to pass over, the second for an absent one.
@@ -112,12 +110,17 @@ std::string absolute(const std::string &path) {
 } // namespace
 
 std::string plain_path(const std::string &path, const std::string &directory) {
-  std::istringstream components(path.starts_with('/') ? path : directory + "/" + path);
+  std::string whole = path;
+  if (!path.starts_with('/'))
+    whole.insert(0, directory + "/");
+  std::istringstream components(whole);
   std::string plain;
   for (std::string component; std::getline(components, component, '/');)
     if (!component.empty() && component != ".")
       plain += "/" + component;
-  return plain.empty() ? "/" : plain;
+  if (plain.empty())
+    plain = "/";
+  return plain;
 }
 
 std::string named_command(int argc, char **argv) {

@@ -4,7 +4,6 @@
 #include "admin/trees.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
@@ -40,7 +39,7 @@ descriptor memory_file(const char *name) {
 }
 
 // The parent's handlers for the end of the process are not the child's, and must not run twice.
-void end_at_once(int status, void * /*unused*/) {
+[[noreturn]] void end_at_once(int status, void * /*unused*/) {
   std::cout.flush();
   std::fflush(nullptr);
   _exit(status);
@@ -100,11 +99,10 @@ void close_all_but(int kept_file) {
   close_files(kept + 1, ~0U);
 }
 
+// No signal has a handler, so none interrupts the waiting.
 int wait_for(pid_t child) {
   int status = 0;
-  while (waitpid(child, &status, 0) < 0)
-    if (errno != EINTR)
-      fail("cannot wait for a child process");
+  checked(waitpid(child, &status, 0), "cannot wait for a child process");
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
@@ -141,8 +139,7 @@ void wait_for_orphan(announcement &announced) {
   pid_t orphan = 0;
   if (read(announced.heard.get(), &orphan, sizeof orphan) != sizeof orphan)
     return;
-  while (waitpid(orphan, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  waitpid(orphan, nullptr, 0);
 }
 
 // The first process of a process namespace: all others die with it.
@@ -177,7 +174,6 @@ void wait_for_orphan(announcement &announced) {
     dprintf(errors.get(), "%s\n", problem.what());
   }
   end_at_once(status, nullptr);
-  _exit(status);
 }
 
 } // namespace
@@ -197,7 +193,10 @@ outcome run_child(const child_settings &settings, const std::function<int()> &co
     begin_and_wait(settings, output, errors, parent, announced, code);
   const int status = wait_for(child);
   wait_for_orphan(announced);
-  outcome result{status, read_whole(output), read_whole(errors)};
+  outcome result;
+  result.status = status;
+  result.output = read_whole(output);
+  result.errors = read_whole(errors);
   if (result.status == could_not_begin)
     throw failure(result.errors.substr(0, result.errors.find('\n')));
   return result;

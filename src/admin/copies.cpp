@@ -32,12 +32,8 @@ void copy_by_hand(const descriptor &from, const descriptor &to, const std::strin
 }
 
 // Some file systems have no attributes, or not these, and some belong to the system alone.
-bool cannot_be_held(int error) {
-  return error == EOPNOTSUPP || error == EPERM || error == E2BIG || error == EINVAL || error == ENODATA;
-}
-
 ssize_t checked_attribute(ssize_t result) {
-  if (result < 0 && !cannot_be_held(errno))
+  if (result < 0 && !is_one_of(errno, {EOPNOTSUPP, EPERM, E2BIG, EINVAL, ENODATA}))
     fail("cannot copy the attributes of a file");
   return result;
 }
@@ -91,7 +87,7 @@ void copy_bytes(const descriptor &from, const descriptor &to, const std::string 
     copied = copy_file_range(from.get(), nullptr, to.get(), nullptr, piece * 64, 0);
   } while (copied > 0);
   // Some file systems cannot, and some kernels say 0 where they cannot.
-  if (copied < 0 && errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP)
+  if (copied < 0 && !is_one_of(errno, {EXDEV, EINVAL, ENOSYS, EOPNOTSUPP}))
     fail("cannot write " + what);
   copy_by_hand(from, to, what);
 }

@@ -34,13 +34,10 @@ lines lines_of(std::string_view text) {
   return result;
 }
 
-std::string range(std::size_t count) {
-  return (count > 0 ? "1," : "0,") + std::to_string(count);
-}
-
-// One hunk that replaces everything.
+// One hunk that replaces everything. None of the two is empty: there would be few pairs of lines.
 std::string replacement(const lines &before, const lines &after) {
-  std::string text = "@@ -" + range(before.size()) + " +" + range(after.size()) + " @@\n";
+  std::string text =
+      "@@ -1," + std::to_string(before.size()) + " +1," + std::to_string(after.size()) + " @@\n";
   for (const std::string &line : before)
     text += "-" + line + "\n";
   for (const std::string &line : after)

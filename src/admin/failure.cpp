@@ -1,5 +1,6 @@
 #include "admin/failure.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <unistd.h>
@@ -15,6 +16,10 @@ int checked(long result, const std::string &what) {
   if (result < 0)
     fail(what);
   return static_cast<int>(result);
+}
+
+bool is_one_of(int error, std::initializer_list<int> errors) {
+  return std::find(errors.begin(), errors.end(), error) != errors.end();
 }
 
 descriptor::~descriptor() {

@@ -1,6 +1,7 @@
 // How a command of korvalen_admin fails: one line for the user, and nothing half done.
 #pragma once
 
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -23,6 +24,9 @@ private:
 
 // The result of a system call, of which a negative one is a failure.
 int checked(long result, const std::string &what);
+
+// Whether a system's reason, as it stands in errno, is one of those.
+bool is_one_of(int error, std::initializer_list<int> errors);
 
 // An open file that is closed when its owner goes.
 class descriptor {

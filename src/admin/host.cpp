@@ -29,11 +29,9 @@ void add_deployments(std::vector<deployment> &deployments, std::span<const direc
         {source + "/" + step.source, target + "/" + step.target, step.core_file != core_file_removal::never});
 }
 
-bool leads_to_same(const tree &in, const std::string &path, const std::string &other) {
-  const auto status = follow(in, path);
-  const auto other_status = follow(in, other);
-  return status && other_status && status->st_dev == other_status->st_dev &&
-         status->st_ino == other_status->st_ino;
+void add_real(std::vector<std::string> &directories, const std::string &directory) {
+  if (const auto real = real_path(directory))
+    directories.push_back(*real);
 }
 
 struct released_by_free {
@@ -106,9 +104,10 @@ bool is_deployed_name(std::string_view name) {
 
 std::vector<std::string> real_directories_of(const target &host) {
   std::vector<std::string> directories;
-  for (const std::string &directory : {host.product_dir, init_dir_of(host), host.envi_dir.value_or("")})
-    if (const auto real = real_path(directory))
-      directories.push_back(*real);
+  add_real(directories, host.product_dir);
+  add_real(directories, init_dir_of(host));
+  if (host.envi_dir)
+    add_real(directories, *host.envi_dir);
   return directories;
 }
 
@@ -119,8 +118,7 @@ bool holds_block(std::string_view script) {
 bool is_stale(const tree &in, const launch_script &script) {
   const auto text = read_small(in, script.path, script_limit);
   const auto kept = read_small(in, script.backup, script_limit);
-  return text && kept && !leads_to_same(in, script.path, script.backup) && !holds_block(*text) &&
-         *text != *kept;
+  return text && kept && *text != *kept && !holds_block(*text);
 }
 
 } // namespace korvalen::admin

@@ -30,11 +30,17 @@ void hold_signals() {
   checked(sigprocmask(SIG_BLOCK, &held, nullptr), "cannot hold signals");
 }
 
+[[noreturn]] void refuse(const warning &one) {
+  std::string named = one.code;
+  if (!one.path.empty())
+    named += ": " + one.path;
+  throw failure("refused because of " + named + "; " + one.text + "; or give --force " + one.code);
+}
+
 void refuse_warnings(const command &given, const std::vector<warning> &warnings) {
   for (const warning &one : warnings)
     if (one.refuses && std::find(given.forced.begin(), given.forced.end(), one.code) == given.forced.end())
-      throw failure("refused because of " + one.code + (one.path.empty() ? "" : ": " + one.path) + "; " +
-                    one.text + "; or give --force " + one.code);
+      refuse(one);
 }
 
 bool is_on_record(const receipt &record, const installation &made, const std::vector<journaled_path> &paths) {
@@ -63,8 +69,9 @@ void expect_as_rehearsed(const journal &run) {
 }
 
 outcome run_installer(const command &given, const store &kept, const prepared_run &run) {
-  const child_settings settings{.directory = store::make_run_directory(),
-                                .kept_file = kept.directory().get()};
+  child_settings settings;
+  settings.directory = store::make_run_directory();
+  settings.kept_file = kept.directory().get();
   return run_child(settings, [&] { return set_aside_and_install(given.host, run.stale_backups); });
 }
 
@@ -143,7 +150,8 @@ bool prepare(const command &given, const store &kept, const receipt &record, rep
   refuse_warnings(given, told.warnings);
   told.installer.reset();
   const std::vector<journaled_path> paths = recordable_paths(given.host, made);
-  if (!changes_something(made.found.touched) && is_on_record(record, installation_of(given.host), paths))
+  const bool is_known = is_on_record(record, installation_of(given.host), paths);
+  if (is_known && !changes_something(made.found.touched))
     return false;
   expect_space_to_keep(made);
   hold_signals();
@@ -170,7 +178,7 @@ void install_product(const command &given, report &told) {
       return;
     }
     expect_untouched(run);
-  } catch (const failure &) {
+  } catch (...) {
     forget_run(kept);
     throw;
   }

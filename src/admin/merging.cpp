@@ -88,6 +88,10 @@ void drop_changed(path_map &paths, const journal &run, std::uint64_t id) {
   });
 }
 
+bool stands_as_left(const recorded_path &one) {
+  return is_same(present_state(one.path).value_or(state{}), one.after);
+}
+
 // A directory that an earlier run made is needed by whoever has something in it.
 void use_directories(path_map &paths, const journal &run, std::uint64_t id) {
   for (const journaled_path &touched : run.paths) {
@@ -95,8 +99,7 @@ void use_directories(path_map &paths, const journal &run, std::uint64_t id) {
       continue;
     for (std::string above = parent_of(touched.path); above != "/"; above = parent_of(above)) {
       const auto known = paths.find(above);
-      if (known != paths.end() && !known->second.used_by.contains(id) &&
-          is_same(present_state(above).value_or(state{}), known->second.after))
+      if (known != paths.end() && !known->second.used_by.contains(id) && stands_as_left(known->second))
         known->second.used_by.insert(id);
     }
   }
@@ -117,15 +120,19 @@ void add_users(path_map &paths, const std::vector<installation> &installations) 
         one.used_by.insert(owner.id);
 }
 
+bool is_gone(const std::string &directory) {
+  return !real_path(directory);
+}
+
 // A directory that is gone is known by the name that it was given by.
 bool is_same_directory(const std::string &real, const std::string &given, const std::string &wanted_real,
                        const std::string &wanted_given) {
-  return real == wanted_real || (given == wanted_given && !real_path(wanted_given));
+  return real == wanted_real || (given == wanted_given && is_gone(wanted_given));
 }
 
 bool is_same_envi(const installation &one, const installation &wanted) {
   if (!one.envi_dir || !wanted.envi_dir)
-    return !one.envi_dir && !wanted.envi_dir;
+    return one.envi_dir == wanted.envi_dir;
   return is_same_directory(*one.real_envi_dir, *one.envi_dir, *wanted.real_envi_dir, *wanted.envi_dir);
 }
 
@@ -143,7 +150,7 @@ installation installation_of(const target &host) {
   if (host.envi_dir)
     one.real_envi_dir = real_or_given(*host.envi_dir);
   one.local_layout = host.local_layout;
-  one.directories = {one.real_product_dir};
+  one.directories.push_back(one.real_product_dir);
   if (!host.local_layout)
     one.directories.push_back(real_or_given(init_dir_of(host)));
   return one;

@@ -110,7 +110,7 @@ std::vector<mounted> visible_mounts() {
   std::erase_if(mounts, [](const mounted &mount) { return !is_visible(mount); });
   std::sort(mounts.begin(), mounts.end(),
             [](const mounted &a, const mounted &b) { return a.point < b.point; });
-  if (mounts.empty() || mounts.front().point != "/")
+  if (std::none_of(mounts.begin(), mounts.end(), [](const mounted &mount) { return mount.point == "/"; }))
     mounts.insert(mounts.begin(), root_without_mount());
   return mounts;
 }

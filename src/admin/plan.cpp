@@ -2,7 +2,6 @@
 
 #include "admin/diff.h"
 #include "admin/space.h"
-#include "admin/store.h"
 #include "admin/texts.h"
 
 #include <algorithm>
@@ -17,12 +16,25 @@ constexpr std::size_t largest_shown = 1U << 20U;
 
 } // namespace
 
+std::optional<std::string> shown_text(const tree &in, const std::string &path) {
+  const auto text = read_small(in, path, largest_shown);
+  if (!text || text->find('\0') != std::string::npos)
+    return std::nullopt;
+  return text;
+}
+
+void refuse_interrupted(const store &kept) {
+  if (kept.read_journal())
+    throw failure(
+        "an installation was interrupted; give the command install or uninstall, which takes it back first");
+}
+
 std::string diff_of(const rehearsal &made, const change &told) {
   if (kind_of(told) != change_kind::content || told.after.type != file_type::file)
     return "";
-  const auto before = read_small(made.seen->disk(), told.path, largest_shown);
-  const auto after = read_small(made.seen->inside(), told.path, largest_shown);
-  if (!before || !after || before->find('\0') != std::string::npos || after->find('\0') != std::string::npos)
+  const auto before = shown_text(made.seen->disk(), told.path);
+  const auto after = shown_text(made.seen->inside(), told.path);
+  if (!before || !after)
     return "";
   return unified_diff(told.path, *before, *after);
 }
@@ -44,9 +56,7 @@ void plan(const command &given, report &told) {
   if (geteuid() != 0)
     throw failure("plan needs root: it looks at the disk as the installer would");
   const store kept(access::share);
-  if (kept.read_journal())
-    throw failure(
-        "an installation was interrupted; give the command install or uninstall, which takes it back first");
+  refuse_interrupted(kept);
   const auto made = std::make_shared<const rehearsal>(rehearse(given.host, hashing::where_needed));
   told.installer = made->installer;
   told.changes = made->found.touched;

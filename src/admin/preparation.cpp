@@ -54,9 +54,7 @@ struct keeping {
 };
 
 void keep_found(keeping &all, const change &touched, journaled_path &one) {
-  const bool is_kept = one.found.type == file_type::file ||
-                       (one.found.type == file_type::directory && kind_of(touched) != change_kind::none);
-  if (!is_kept)
+  if (one.found.type != file_type::file && one.found.type != file_type::directory)
     return;
   const auto [place, is_new] =
       all.numbers.try_emplace({touched.stood->device, touched.stood->inode}, all.next);
@@ -75,10 +73,10 @@ std::string source_of(const keeping &all, const journaled_path &one) {
   if (directory == all.sources.end())
     return "";
   const std::string source = joined(directory->second, name_of(one.path));
-  const auto status = follow(all.made.seen->inside(), source);
-  return status && S_ISREG(status->st_mode) && static_cast<std::uint64_t>(status->st_size) == one.after.size
-             ? source
-             : "";
+  const struct stat status = follow(all.made.seen->inside(), source).value_or(no_file);
+  if (!S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) != one.after.size)
+    return "";
+  return source;
 }
 
 void keep_after(keeping &all, const change &touched, journaled_path &one) {
@@ -131,7 +129,8 @@ prepared_run keep_for(const command &given, const rehearsal &made, std::uint64_t
     touched[one.path] = &one;
   prepared_run run;
   run.plan = {number, paths};
-  keeping all{made, store::next_kept(), {}, sources_by_target(given.host)};
+  keeping all{made, store::next_kept(), {}, {}};
+  all.sources = sources_by_target(given.host);
   for (journaled_path &one : run.plan.paths) {
     const auto change = touched.find(one.path);
     if (change == touched.end())

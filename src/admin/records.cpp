@@ -34,11 +34,17 @@ std::uint64_t from_hex(const std::string &text) {
 
 // A text that is no UTF-8 stands as its bytes in base64 only: nobody reads it here.
 json json_of(const std::string &text) {
-  return is_utf8(text) ? json(text) : json{{"base64", base64(text)}};
+  if (is_utf8(text))
+    return text;
+  json object;
+  object["base64"] = base64(text);
+  return object;
 }
 
 std::string text_from(const json &value) {
-  return value.is_object() ? from_base64(value.at("base64").get<std::string>()) : value.get<std::string>();
+  if (value.is_object())
+    return from_base64(value.at("base64").get<std::string>());
+  return value.get<std::string>();
 }
 
 json json_of(const state &one) {

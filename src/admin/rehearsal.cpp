@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <set>
 #include <utility>
@@ -17,7 +18,9 @@ namespace {
 scratch_place choose_scratch(const target &host, rehearsal &made) {
   const tree disk = open_tree_at("");
   const std::uint64_t available = available_memory();
-  const std::uint64_t bytes = host.envi_dir ? bytes_below(disk, extensions_dir_of(host)) : 0;
+  std::uint64_t bytes = 0;
+  if (host.envi_dir)
+    bytes = bytes_below(disk, extensions_dir_of(host));
   remove_old_scratches();
   if (2 * bytes < available / 2)
     return {"", available / 2};
@@ -38,20 +41,20 @@ void refuse_bare(const view &seen, const std::string &path) {
 
 // What a path leads to must be in the view as it is on the disk.
 void refuse_end(const view &seen, const std::string &path) {
-  const auto end = follow(seen.disk(), path);
-  if (end && (S_ISCHR(end->st_mode) || S_ISBLK(end->st_mode)))
+  const struct stat end = follow(seen.disk(), path).value_or(no_file);
+  if (S_ISCHR(end.st_mode) || S_ISBLK(end.st_mode))
     throw failure(path + " cannot be rehearsed: it leads to a device, and there is none in a rehearsal");
-  if (const auto real = end ? real_path(path) : std::nullopt)
+  if (const auto real = real_path(path))
     refuse_bare(seen, *real);
 }
 
 void refuse_ends_below(const view &seen, const std::string &directory) {
   for (const std::string &name : names_in(seen.disk(), directory)) {
     const std::string path = joined(directory, name);
-    const auto status = look_up(seen.disk(), path);
-    if (status && S_ISDIR(status->st_mode))
+    const struct stat status = look_up(seen.disk(), path).value_or(no_file);
+    if (S_ISDIR(status.st_mode))
       refuse_ends_below(seen, path);
-    else if (status && !S_ISREG(status->st_mode))
+    else if (!S_ISREG(status.st_mode))
       refuse_end(seen, path);
   }
 }
@@ -64,17 +67,15 @@ void refuse_what_is_not_in_view(const view &seen, const std::vector<std::string>
   }
 }
 
-const layer *layer_of(const view &seen, const std::string &path) {
+bool separates_names(const view &seen, const std::string &path) {
   const mounted &mount = mount_of(seen.mounts(), path);
-  const auto found = std::find_if(seen.layers().begin(), seen.layers().end(),
-                                  [&](const layer &one) { return one.mount.point == mount.point; });
-  return found == seen.layers().end() ? nullptr : &*found;
+  return std::any_of(seen.layers().begin(), seen.layers().end(),
+                     [&](const layer &one) { return one.mount.point == mount.point && !one.joins_names; });
 }
 
 void refuse_separate_names(const view &seen, const found_changes &found) {
   for (const std::string &path : found.of_several_names) {
-    const layer *const covered = layer_of(seen, path);
-    if (covered != nullptr && !covered->joins_names)
+    if (separates_names(seen, path))
       throw failure(path +
                     " cannot be rehearsed: the file has further names, which its file system does not let "
                     "an overlay tell");
@@ -84,14 +85,17 @@ void refuse_separate_names(const view &seen, const found_changes &found) {
 // The path within the file system of its mount.
 std::string path_on_device(const mounted &mount, const std::string &path) {
   const std::size_t point = mount.point == "/" ? 0 : mount.point.size();
-  return (mount.root == "/" ? "" : mount.root) + path.substr(point);
+  if (mount.root == "/")
+    return path.substr(point);
+  return mount.root + path.substr(point);
 }
 
 // Whether the outer mount changes what the inner one, of the same file system, holds too.
 bool shows_through(const found_changes &found, const view &seen, const mounted &outer, const mounted &inner) {
   return std::any_of(found.touched.begin(), found.touched.end(), [&](const change &touched) {
-    return mount_of(seen.mounts(), touched.path).point == outer.point &&
-           kind_of(touched) != change_kind::none && lies_in(path_on_device(outer, touched.path), inner.root);
+    if (kind_of(touched) == change_kind::none || mount_of(seen.mounts(), touched.path).point != outer.point)
+      return false;
+    return lies_in(path_on_device(outer, touched.path), inner.root);
   });
 }
 
@@ -132,6 +136,12 @@ struct copied_file {
   file_identity source;
 };
 
+// What the name leads to, where that is a file.
+std::optional<struct stat> follow_to_file(const open_directory &directory, const std::string &name) {
+  const struct stat status = follow(directory, name).value_or(no_file);
+  return S_ISREG(status.st_mode) ? std::optional(status) : std::nullopt;
+}
+
 // The last copy into a file counts.
 std::map<file_identity, copied_file> find_copies(const tree &in, const target &host) {
   std::map<file_identity, copied_file> copies;
@@ -139,11 +149,11 @@ std::map<file_identity, copied_file> find_copies(const tree &in, const target &h
     const open_directory sources = open_directory_in(in, step.source);
     const open_directory targets = open_directory_in(in, step.target);
     for (const std::string &name : names_in(in, step.source)) {
-      const auto source = is_deployed_name(name) ? follow(sources, name) : std::nullopt;
-      const auto copy = source && S_ISREG(source->st_mode) ? follow(targets, name) : std::nullopt;
-      if (copy && S_ISREG(copy->st_mode))
-        copies[file_of(*copy)] = {joined(step.target, name), copy->st_size, source->st_size,
-                                  file_of(*source)};
+      const auto copy = follow_to_file(targets, name);
+      if (!is_deployed_name(name) || !copy)
+        continue;
+      const struct stat source = follow(sources, name).value_or(no_file);
+      copies[file_of(*copy)] = {joined(step.target, name), copy->st_size, source.st_size, file_of(source)};
     }
   }
   return copies;
@@ -190,6 +200,11 @@ int set_aside_and_install(const target &host, const std::vector<std::string> &st
   return install(request_of(host));
 }
 
+int install_at_once(const target &host, const std::vector<std::string> &stale_backups) {
+  set_install_waits(false);
+  return set_aside_and_install(host, stale_backups);
+}
+
 rehearsal rehearse(const target &host, hashing hashed) {
   rehearsal made;
   const std::vector<std::string> directories = real_directories_of(host);
@@ -200,10 +215,9 @@ rehearsal rehearse(const target &host, hashing hashed) {
 
   made.seen = make_view(scratch);
   refuse_what_is_not_in_view(*made.seen, directories);
-  made.installer = run_confined(made.seen->inside().path, view::run_directory(), [&] {
-    set_install_waits(false);
-    return set_aside_and_install(host, made.stale_backups);
-  });
+  made.installer =
+      run_confined(made.seen->inside().path, view::run_directory(),
+                   std::bind_front(install_at_once, std::cref(host), std::cref(made.stale_backups)));
   expect_room(made.seen->scratch());
   if (made.installer.status == 0)
     expect_whole_files(*made.seen, host);

@@ -25,6 +25,9 @@ struct rehearsal {
 // anew, and then it installs. Returns its status.
 int set_aside_and_install(const target &host, const std::vector<std::string> &stale_backups);
 
+// The same without the installer's waits, as a rehearsal runs it.
+int install_at_once(const target &host, const std::vector<std::string> &stale_backups);
+
 // Sets stale backups aside and installs, both in the view and nowhere else. Throws a failure when it cannot
 // be made or when its result could differ from what happens on the disk.
 rehearsal rehearse(const target &host, hashing hashed);

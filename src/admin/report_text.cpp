@@ -40,7 +40,9 @@ look look_of(const change &told, const text_style &style) {
 }
 
 std::string colored(const std::string &text, const char *color, const text_style &style) {
-  return style.has_colors && *color != '\0' ? "\x1b[" + std::string(color) + "m" + text + "\x1b[0m" : text;
+  if (!style.has_colors || *color == '\0')
+    return text;
+  return "\x1b[" + std::string(color) + "m" + text + "\x1b[0m";
 }
 
 // What is not seen from the word alone.
@@ -115,8 +117,10 @@ void write_warning(std::ostream &out, const warning &one, const text_style &styl
   out << '\n'
       << colored(one.refuses ? "warning that refuses an installation" : "warning", one.refuses ? "31" : "33",
                  style)
-      << " [" << one.code << "]" << (one.path.empty() ? "" : " " + visible(one.path)) << "\n  "
-      << visible(one.text) << ".\n";
+      << " [" << one.code << "]";
+  if (!one.path.empty())
+    out << " " << visible(one.path);
+  out << "\n  " << visible(one.text) << ".\n";
 }
 
 } // namespace

@@ -19,6 +19,7 @@ namespace {
 
 // A path, taken apart: the directory stays the same one whatever is renamed meanwhile.
 struct place {
+  explicit place(const restored_path &path);
   const restored_path &one;
   descriptor directory;
   std::string name;
@@ -27,6 +28,15 @@ struct place {
 
 std::string beside_name(std::uint64_t number) {
   return ".korvalen-" + std::to_string(number);
+}
+
+place::place(const restored_path &path)
+    : one(path), directory(open_parent(path.path)), name(name_of(path.path)),
+      beside(beside_name(path.number)) {}
+
+// Whether the reason in errno is that the directory is not there, or only behind a link.
+bool is_not_there() {
+  return is_one_of(errno, {ENOENT, ENOTDIR, ELOOP});
 }
 
 [[noreturn]] void fail_at(const place &at, const char *what) {
@@ -47,13 +57,15 @@ bool remove_name(const place &at, const std::string &name) {
   const auto status = look(at, name);
   if (!status || unlinkat(at.directory.get(), name.c_str(), S_ISDIR(status->st_mode) ? AT_REMOVEDIR : 0) == 0)
     return true;
-  if (errno != ENOTEMPTY && errno != EEXIST)
+  if (!is_one_of(errno, {ENOTEMPTY, EEXIST}))
     fail_at(at, "remove");
   return false;
 }
 
 descriptor open_kept(const place &at) {
-  return at.one.kept ? open_for_reading(store::kept_path(*at.one.kept)) : descriptor();
+  if (!at.one.kept)
+    return {};
+  return open_for_reading(store::kept_path(*at.one.kept));
 }
 
 // Owner first, which takes upper bits away; the list of rights before the mode, which is its mask.
@@ -85,13 +97,12 @@ void make_file(const place &at) {
 bool make_second_name(const place &at) {
   if (at.one.twin.empty())
     return false;
+  const std::string name = name_of(at.one.twin);
   const descriptor directory = open_parent(at.one.twin);
-  if (directory &&
-      linkat(directory.get(), name_of(at.one.twin).c_str(), at.directory.get(), at.beside.c_str(), 0) == 0)
+  if (directory && linkat(directory.get(), name.c_str(), at.directory.get(), at.beside.c_str(), 0) == 0)
     return true;
   // A file of its own comes back only where there can be no second name.
-  if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP && errno != EXDEV && errno != EMLINK &&
-      errno != EPERM)
+  if (!is_not_there() && !is_one_of(errno, {EXDEV, EMLINK, EPERM}))
     fail_at(at, "make the second name");
   return false;
 }
@@ -150,16 +161,12 @@ restored take_place(const place &at) {
   return restored::not_empty;
 }
 
-bool is_full(int error) {
-  return error == ENOSPC || error == EDQUOT;
-}
-
 restored bring_back(const place &at, bool may_remove_first) {
   try {
     make_beside(at);
   } catch (const failure &problem) {
     remove_name(at, at.beside);
-    if (!may_remove_first || !is_full(problem.reason()) || !remove_name(at, at.name))
+    if (!may_remove_first || !is_one_of(problem.reason(), {ENOSPC, EDQUOT}) || !remove_name(at, at.name))
       throw;
     make_beside(at);
   }
@@ -181,7 +188,7 @@ restored change_rights(const place &at) {
 std::optional<state> present_state(const std::string &path) {
   const descriptor directory = open_parent(path);
   if (!directory) {
-    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+    if (is_not_there())
       return std::nullopt;
     fail("cannot look up " + path);
   }
@@ -189,7 +196,8 @@ std::optional<state> present_state(const std::string &path) {
 }
 
 bool is_behind_link(const std::string &path) {
-  return !open_parent(path) && errno == ELOOP;
+  const descriptor directory = open_parent(path);
+  return !directory && errno == ELOOP;
 }
 
 void remove_beside(const std::string &path, std::uint64_t number) {
@@ -200,9 +208,9 @@ void remove_beside(const std::string &path, std::uint64_t number) {
 }
 
 restored restore(const restored_path &one, bool may_remove_first) {
-  const place at{one, open_parent(one.path), name_of(one.path), beside_name(one.number)};
+  const place at(one);
   if (!at.directory) {
-    if (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)
+    if (is_not_there())
       return restored::no_directory;
     fail("cannot open the directory of " + one.path);
   }

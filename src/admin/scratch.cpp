@@ -74,13 +74,11 @@ std::uint64_t bytes_below(const tree &in, const std::string &directory) {
   std::uint64_t bytes = 0;
   for (const std::string &name : names_in(in, directory)) {
     const std::string path = joined(directory, name);
-    auto status = look_up(in, path);
-    if (status && S_ISDIR(status->st_mode))
+    const struct stat end = follow(in, path).value_or(no_file);
+    if (!S_ISDIR(end.st_mode))
+      bytes += static_cast<std::uint64_t>(end.st_size);
+    else if (S_ISDIR(look_up(in, path).value_or(no_file).st_mode))
       bytes += bytes_below(in, path);
-    else if (status && S_ISLNK(status->st_mode))
-      status = follow(in, path);
-    if (status && !S_ISDIR(status->st_mode))
-      bytes += static_cast<std::uint64_t>(status->st_size);
   }
   return bytes;
 }

@@ -87,7 +87,9 @@ void lock(const descriptor &directory, int kind) {
 std::optional<std::uint64_t> number_of(const std::string &name) {
   std::uint64_t number = 0;
   const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-  return error == std::errc() && end == name.data() + name.size() ? std::optional(number) : std::nullopt;
+  if (error != std::errc() || end != name.data() + name.size())
+    return std::nullopt;
+  return number;
 }
 
 void flush_directory(const std::string &path) {
@@ -143,12 +145,16 @@ std::optional<std::string> store::who_works() const {
 
 receipt store::read_receipt() const {
   const auto text = read("receipt.json");
-  return text ? receipt_from(*text, in_store("receipt.json")) : receipt{};
+  if (!text)
+    return {};
+  return receipt_from(*text, in_store("receipt.json"));
 }
 
 std::optional<journal> store::read_journal() const {
   const auto text = read("run.json");
-  return text ? std::optional(journal_from(*text, in_store("run.json"))) : std::nullopt;
+  if (!text)
+    return std::nullopt;
+  return journal_from(*text, in_store("run.json"));
 }
 
 void store::flush() const {
@@ -162,7 +168,7 @@ void store::write(const char *name, const std::string &text) const {
     write_beside(beside, text);
     checked(renameat(directory_.get(), beside.c_str(), directory_.get(), name),
             "cannot rename " + in_store(beside));
-  } catch (const failure &) {
+  } catch (...) {
     unlinkat(directory_.get(), beside.c_str(), 0);
     throw;
   }
@@ -220,10 +226,11 @@ std::string store::make_run_directory() {
 }
 
 void store::remove_run_directory() {
+  const std::string path = in_store("run");
   std::error_code error;
-  std::filesystem::remove_all(in_store("run"), error);
+  std::filesystem::remove_all(path, error);
   if (error)
-    throw failure("cannot remove " + in_store("run") + ": " + error.message());
+    throw failure("cannot remove " + path + ": " + error.message());
 }
 
 std::uint64_t store::next_kept() {
@@ -237,8 +244,11 @@ std::uint64_t store::next_kept() {
 void store::remove_kept_but(const std::set<std::uint64_t> &needed) {
   for (const std::string &name : names_in(open_tree_at(""), in_store("kept"))) {
     const auto number = number_of(name);
-    if ((!number || !needed.contains(*number)) && std::remove(in_store("kept/" + name).c_str()) != 0)
-      fail("cannot remove " + in_store("kept/" + name));
+    if (number && needed.contains(*number))
+      continue;
+    const std::string path = in_store("kept/" + name);
+    if (std::remove(path.c_str()) != 0)
+      fail("cannot remove " + path);
   }
 }
 

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <set>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace korvalen::admin {
@@ -19,12 +20,10 @@ bool is_directory(const state &one) {
   return one.type == file_type::directory;
 }
 
-// Whether the first file holds the beginning of the second.
+// Whether the first file holds the beginning of the second. Not where one of them cannot be read.
 bool is_beginning(const std::string &path, const std::string &whole) {
   const descriptor file = open_in(open_tree_at(""), path);
   const descriptor other = open_in(open_tree_at(""), whole);
-  if (!file || !other)
-    return false;
   std::array<char, 65'536> bytes;
   std::array<char, 65'536> other_bytes;
   for (off_t at = 0;;) {
@@ -64,6 +63,19 @@ std::set<std::string> known_contents(const journal &run, const std::string &path
   return files;
 }
 
+bool has_bytes_of(const state &one, const state &other) {
+  return std::tie(one.size, one.hash) == std::tie(other.size, other.hash);
+}
+
+// Of a file.
+bool holds_bytes_of_the_run(const journal &run, const journaled_path &one, const state &present) {
+  if (present.size == 0 || has_bytes_of(present, one.found) || has_bytes_of(present, one.after))
+    return true;
+  const std::set<std::string> known = known_contents(run, one.path);
+  return std::any_of(known.begin(), known.end(),
+                     [&](const std::string &whole) { return is_beginning(one.path, whole); });
+}
+
 bool is_of_the_run(const journal &run, const journaled_path &one, const state &present) {
   switch (present.type) {
   case file_type::absent:
@@ -74,15 +86,9 @@ bool is_of_the_run(const journal &run, const journaled_path &one, const state &p
     return present.target == one.found.target || present.target == one.after.target;
   case file_type::special:
     return false;
-  case file_type::file:
-    break;
+  default:
+    return holds_bytes_of_the_run(run, one, present);
   }
-  if (present.size == 0 || (present.hash == one.found.hash && present.size == one.found.size) ||
-      (present.hash == one.after.hash && present.size == one.after.size))
-    return true;
-  const std::set<std::string> known = known_contents(run, one.path);
-  return std::any_of(known.begin(), known.end(),
-                     [&](const std::string &whole) { return is_beginning(one.path, whole); });
 }
 
 // Returns where it is now.
@@ -128,8 +134,11 @@ void flush_file_systems(const std::vector<std::string> &paths) {
   for (const std::string &path : directories) {
     const descriptor place = open_parent(joined(path, "x"));
     const descriptor directory(openat(place.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory)
+      continue;
     struct stat status {};
-    if (directory && fstat(directory.get(), &status) == 0 && flushed.insert(status.st_dev).second)
+    checked(fstat(directory.get(), &status), "cannot look up " + path);
+    if (flushed.insert(status.st_dev).second)
       checked(syncfs(directory.get()), "cannot flush the file system of " + path);
   }
 }

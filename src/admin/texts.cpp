@@ -103,7 +103,9 @@ std::string visible(std::string_view text, bool keeps_tabs) {
 
 std::string first_line(const std::string &text) {
   const std::size_t start = text.find_first_not_of('\n');
-  return start == std::string::npos ? "" : text.substr(start, text.find('\n', start) - start);
+  if (start == std::string::npos)
+    return "";
+  return text.substr(start, text.find('\n', start) - start);
 }
 
 std::string base64(std::string_view bytes) {

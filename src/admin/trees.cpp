@@ -10,6 +10,7 @@
 #include <memory>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utility>
 
 namespace korvalen::admin {
 
@@ -18,7 +19,9 @@ namespace {
 // Taken from the root directory: the system calls resolve an absolute path from the process's own.
 std::string relative(const std::string &path) {
   const std::size_t start = path.find_first_not_of('/');
-  return start == std::string::npos ? "." : path.substr(start);
+  if (start == std::string::npos)
+    return ".";
+  return path.substr(start);
 }
 
 // Each rename or mount on the machine, by whomever, may have moved the way up from "..": the system cannot
@@ -55,7 +58,7 @@ struct directory_closer {
 // Whether the reason in errno is that nothing of that kind stands at the path, and not that it cannot be
 // told.
 bool is_missing() {
-  return errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == ENXIO;
+  return is_one_of(errno, {ENOENT, ENOTDIR, ELOOP, ENXIO});
 }
 
 // The next name of a listing, or null after the last one.
@@ -70,8 +73,12 @@ const dirent *next_of(DIR *listing, const std::string &directory) {
 } // namespace
 
 tree open_tree_at(const std::string &path) {
-  return {path, descriptor(checked(open(path.empty() ? "/" : path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC),
-                                   "cannot open " + (path.empty() ? "/" : path)))};
+  std::string directory = path;
+  if (directory.empty())
+    directory = "/";
+  descriptor root(
+      checked(open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), "cannot open " + directory));
+  return {path, std::move(root)};
 }
 
 std::optional<struct stat> look_up(const tree &in, const std::string &path) {
@@ -98,7 +105,9 @@ std::optional<struct stat> follow(const open_directory &directory, const std::st
   struct stat status {};
   if (!directory.file || fstatat(directory.file.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0)
     return std::nullopt;
-  return S_ISLNK(status.st_mode) ? follow(directory.in, joined(directory.path, name)) : std::optional(status);
+  if (S_ISLNK(status.st_mode))
+    return follow(directory.in, joined(directory.path, name));
+  return status;
 }
 
 descriptor open_in(const tree &in, const std::string &path) {
@@ -136,7 +145,9 @@ std::vector<std::string> names_in(const tree &in, const std::string &directory) 
   const descriptor file = open_below(in, directory, O_RDONLY | O_DIRECTORY);
   if (!file && is_missing())
     return names;
-  const std::unique_ptr<DIR, directory_closer> listing(file ? fdopendir(dup(file.get())) : nullptr);
+  if (!file)
+    fail("cannot list " + directory);
+  const std::unique_ptr<DIR, directory_closer> listing(fdopendir(dup(file.get())));
   if (!listing)
     fail("cannot list " + directory);
   while (const dirent *const entry = next_of(listing.get(), directory)) {
@@ -155,12 +166,17 @@ std::string link_target(const tree &in, const std::string &path) {
 }
 
 std::string joined(const std::string &directory, std::string_view name) {
-  return (directory == "/" ? "" : directory) + "/" + std::string(name);
+  std::string path = directory;
+  if (!path.ends_with('/'))
+    path += '/';
+  return path.append(name);
 }
 
 std::string parent_of(const std::string &path) {
   const std::size_t slash = path.rfind('/');
-  return slash == 0 || slash == std::string::npos ? "/" : path.substr(0, slash);
+  if (slash == 0 || slash == std::string::npos)
+    return "/";
+  return path.substr(0, slash);
 }
 
 } // namespace korvalen::admin

@@ -11,6 +11,9 @@
 
 namespace korvalen::admin {
 
+// Where nothing stands: of no type, of no size.
+inline constexpr struct stat no_file {};
+
 // A root directory. Absolute paths mean what they would mean after a chroot to it; links lead nowhere else.
 struct tree {
   std::string path; // of the root directory, without a trailing "/": "" is the disk

@@ -23,8 +23,6 @@ namespace korvalen::admin {
 
 namespace {
 
-constexpr std::size_t largest_shown = 1U << 20U;
-
 // What becomes of the paths of an installation that goes.
 struct removal {
   std::vector<wanted_path> wanted; // those that come back or are back already
@@ -98,19 +96,19 @@ void add_warnings(const removal &made, report &told) {
   for (const std::string &path : made.filled)
     told.warnings.push_back(warning_of("not-empty", path));
   for (const change &one : made.changes)
-    if (is_kept_by_uninstall_script(one.path.c_str()) && kind_of(one) != change_kind::none)
+    if (is_kept_by_uninstall_script(one.path.c_str()))
       told.warnings.push_back(warning_of("shared-file", one.path));
 }
 
 std::string diff_of_removal(const receipt &record, const change &one) {
   const recorded_path *const known = find_path(record, one.path);
-  if (kind_of(one) != change_kind::content || one.after.type != file_type::file || !known->kept)
+  // Of a link nothing is kept.
+  if (kind_of(one) != change_kind::content || !known->kept)
     return "";
   const tree disk = open_tree_at("");
-  const auto present = read_small(disk, one.path, largest_shown);
-  const auto before = read_small(disk, store::kept_path(*known->kept), largest_shown);
-  if (!present || !before || present->find('\0') != std::string::npos ||
-      before->find('\0') != std::string::npos)
+  const auto present = shown_text(disk, one.path);
+  const auto before = shown_text(disk, store::kept_path(*known->kept));
+  if (!present || !before)
     return "";
   return unified_diff(one.path, *present, *before);
 }
@@ -207,7 +205,8 @@ bool mentions_variable(const target &host) {
     if (text && holds_block(*text))
       return true;
   }
-  return !host.envi_dir && follow(disk, joined(init_dir_of(host), configuration_file_name)).has_value();
+  const bool is_configured = follow(disk, joined(init_dir_of(host), configuration_file_name)).has_value();
+  return !host.envi_dir && is_configured;
 }
 
 void tell_nothing_on_record(const target &host, report &told) {
@@ -232,12 +231,10 @@ void uninstall(const command &given, report &told) {
   if (!store(access::look).directory())
     return tell_nothing_on_record(given.host, told);
   const store kept(given.only_plan ? access::share : access::change);
-  if (given.only_plan && kept.read_journal())
-    throw failure(
-        "an installation was interrupted; give the command install or uninstall, which takes it back first");
-  if (!given.only_plan)
-    for (const std::string &sentence : recover(kept).aside)
-      told.notes.push_back(sentence);
+  if (given.only_plan)
+    refuse_interrupted(kept);
+  else
+    told.notes = recover(kept).aside;
   const receipt record = kept.read_receipt();
   const installation *const known = find_installation(record, installation_of(given.host));
   if (known == nullptr)

@@ -46,10 +46,13 @@ void verify(const command &given, report &told) {
     throw failure("no such installation is on record; korvalen_admin install makes one");
 
   std::string unreadable;
-  for (const recorded_path &one : record.paths)
-    if (one.used_by.contains(known->id))
-      if (const std::string problem = compare(one, told.changes); !problem.empty() && unreadable.empty())
-        unreadable = problem;
+  for (const recorded_path &one : record.paths) {
+    if (!one.used_by.contains(known->id))
+      continue;
+    const std::string problem = compare(one, told.changes);
+    if (unreadable.empty())
+      unreadable = problem;
+  }
   told.changes_are = tense::are;
   told.status = changes_something(told.changes) || known->is_leaving ? 2 : 0;
   if (!unreadable.empty())

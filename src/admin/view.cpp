@@ -62,12 +62,15 @@ void attach(const descriptor &mount, const std::string &path) {
 }
 
 std::string in_view(const std::string &path) {
-  return path == "/" ? view_root : view_root + path;
+  if (path == "/")
+    return view_root;
+  return view_root + path;
 }
 
 bool is_directory(const std::string &path) {
   struct stat status {};
-  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  lstat(path.c_str(), &status);
+  return S_ISDIR(status.st_mode);
 }
 
 void make_directory(const std::string &path) {
@@ -136,8 +139,7 @@ bool view::way_back::go() const {
          (!directory || fchdir(directory.get()) == 0);
 }
 
-view::view(const scratch_place &scratch)
-    : scratch_(scratch.directory.empty() ? memory_scratch : scratch.directory), mounts_(visible_mounts()) {
+view::view(const scratch_place &scratch) : scratch_(scratch.directory), mounts_(visible_mounts()) {
   const open_umask none;
   // Nothing that is mounted from here on may reach other namespaces.
   checked(mount(nullptr, workshop, nullptr, MS_PRIVATE, nullptr), "cannot make the mount of /proc private");
@@ -145,8 +147,10 @@ view::view(const scratch_place &scratch)
   checked(mount("korvalen", workshop, "tmpfs", MS_NOSUID | MS_NODEV, limit.c_str()),
           "cannot mount a scratch directory in memory");
   make_directory(view_root);
-  if (scratch.directory.empty())
+  if (scratch_.empty()) {
+    scratch_ = memory_scratch;
     make_directory(scratch_);
+  }
   attach_everything();
   disk_ = open_tree_at("");
   inside_ = open_tree_at(view_root);
@@ -159,7 +163,8 @@ std::string view::run_directory() {
 }
 
 void view::attach_everything() {
-  std::vector<std::string> left_out = {workshop};
+  std::vector<std::string> left_out;
+  left_out.emplace_back(workshop);
   for (const mounted &mount : mounts_) {
     const bool is_hidden = std::any_of(left_out.begin(), left_out.end(),
                                        [&](const std::string &point) { return lies_in(mount.point, point); });

@@ -100,16 +100,14 @@ private:
   std::vector<warning> found_;
 };
 
-bool holds_no_line(const std::optional<std::string> &text) {
-  return text && text->empty();
-}
-
 // Whether the words after an interpreter or the command `set` stop the shell at unset variables.
 bool sets_nounset(std::istringstream words) {
-  for (std::string word, previous; words >> word; previous = word) {
-    const bool is_option = word.size() > 1 && word[0] == '-' && word[1] != '-';
-    if ((is_option && word.find('u') != std::string::npos) ||
-        (previous == "-o" && word.starts_with("nounset")))
+  bool names_option = false; // the word before was -o
+  for (std::string word; words >> word; names_option = word == "-o") {
+    const bool is_option = word.starts_with('-') && !word.starts_with("--");
+    if (is_option && word.find('u') != std::string::npos)
+      return true;
+    if (names_option && word.starts_with("nounset"))
       return true;
   }
   return false;
@@ -119,7 +117,9 @@ bool is_nounset_line(const std::string &line, bool is_first) {
   std::istringstream words(line);
   std::string command;
   words >> command;
-  return (command == "set" || (is_first && command.starts_with("#!"))) && sets_nounset(std::move(words));
+  if (command != "set" && !(is_first && command.starts_with("#!")))
+    return false;
+  return sets_nounset(std::move(words));
 }
 
 // Only what stands before the block counts, for the block comes before the first line with "if [".
@@ -138,8 +138,8 @@ bool stops_at_block(const std::string &script) {
 // A patched script that is neither as an installation left it nor as this one would leave it.
 bool is_edited(const recorded_path &known, const rehearsal &made) {
   const state present = hashed_state_of(made.seen->disk(), known.path);
-  return !is_same(present, known.after) &&
-         !is_same(present, hashed_state_of(made.seen->inside(), known.path));
+  const state left = hashed_state_of(made.seen->inside(), known.path);
+  return !is_same(present, known.after) && !is_same(present, left);
 }
 
 void look_at_block(const launch_script &script, const receipt &record, const rehearsal &made,
@@ -162,7 +162,7 @@ void look_at_script(const launch_script &script, const receipt &record, const re
   const auto text = read_small(disk, script.path, script_limit);
   if (!text || !holds_block(*text))
     return;
-  if (holds_no_line(read_small(disk, script.backup, script_limit)))
+  if (const auto backup = read_small(disk, script.backup, script_limit); backup == "")
     found.add("empty-backup", script.backup);
   look_at_block(script, record, made, found);
 }
@@ -170,21 +170,21 @@ void look_at_script(const launch_script &script, const receipt &record, const re
 bool holds_files(const tree &in, const std::string &directory) {
   const std::vector<std::string> names = names_in(in, directory);
   return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
-    const auto status = look_up(in, joined(directory, name));
-    return status && (!S_ISDIR(status->st_mode) || holds_files(in, joined(directory, name)));
+    const std::string path = joined(directory, name);
+    return !S_ISDIR(look_up(in, path).value_or(no_file).st_mode) || holds_files(in, path);
   });
 }
 
 bool deploys_any(const tree &in, const deployment &step) {
   const std::vector<std::string> names = names_in(in, step.source);
-  return std::any_of(names.begin(), names.end(),
-                     [](const std::string &name) { return is_deployed_name(name); });
+  return std::any_of(names.begin(), names.end(), is_deployed_name);
 }
 
 bool has_deployed_any(const tree &in, const deployment &step) {
   const std::vector<std::string> names = names_in(in, step.source);
   return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
-    return is_deployed_name(name) && follow(in, joined(step.target, name));
+    const std::string target = joined(step.target, name);
+    return is_deployed_name(name) && follow(in, target);
   });
 }
 
@@ -195,8 +195,8 @@ void look_at_deployments(const target &host, const tree &after, collection &foun
     if (deploys_any(after, step) && !has_deployed_any(after, step))
       found.add("not-deployed", step.source);
     const std::string core_file = joined(step.source, "quorin_core.sav");
-    if (step.loses_core_file && follow(after, core_file) &&
-        follow(after, joined(step.target, "quorin_core.sav")))
+    const std::string deployed = joined(step.target, "quorin_core.sav");
+    if (step.loses_core_file && follow(after, core_file) && follow(after, deployed))
       found.add("quorin-core", core_file);
   }
 }
@@ -206,9 +206,10 @@ bool has_blank(std::string_view text) {
 }
 
 void look_for_blanks(const target &host, const rehearsal &made, collection &found) {
-  for (const std::string &directory : {host.product_dir, host.envi_dir.value_or("")})
-    if (has_blank(directory))
-      found.add("blanks", directory);
+  if (has_blank(host.product_dir))
+    found.add("blanks", host.product_dir);
+  if (host.envi_dir && has_blank(*host.envi_dir))
+    found.add("blanks", *host.envi_dir);
   // What is copied is recorded with its name.
   for (const deployment &step : deployments_of(host))
     for (const std::string &name : names_in(made.seen->inside(), step.source))
@@ -226,10 +227,12 @@ void look_for_higher_idl(const target &host, collection &found) {
 }
 
 bool is_explained(const std::string &line, const target &host, const collection &found) {
-  for (const launch_script &script : launch_scripts_of(host))
-    if (line.ends_with(" : " + script.path) || line.ends_with(" :: " + script.path))
-      return found.has("missing-script", script.path) || found.has("empty-backup", script.backup);
-  return false;
+  const std::vector<launch_script> scripts = launch_scripts_of(host);
+  return std::any_of(scripts.begin(), scripts.end(), [&](const launch_script &script) {
+    if (!line.ends_with(": " + script.path))
+      return false;
+    return found.has("missing-script", script.path) || found.has("empty-backup", script.backup);
+  });
 }
 
 void look_at_output(const target &host, const outcome &installer, collection &found) {
@@ -247,8 +250,8 @@ void look_at_output(const target &host, const outcome &installer, collection &fo
 } // namespace
 
 warning warning_of(std::string_view code, const std::string &path, const std::string &detail) {
-  const warning_kind *const kind = std::find_if(std::begin(kinds), std::end(kinds),
-                                                [code](const warning_kind &one) { return one.code == code; });
+  const auto *const kind = std::find_if(std::begin(kinds), std::end(kinds),
+                                        [code](const warning_kind &one) { return one.code == code; });
   return {std::string(code), path, kind->refuses, detail + std::string(kind->text)};
 }
 
@@ -271,7 +274,8 @@ std::vector<warning> find_warnings(const target &host, const rehearsal &made, co
   }
   if (host.envi_dir)
     look_for_higher_idl(host, found);
-  if (idl_dir_of(host) && made.installer.status == 0)
+  const bool has_idl = idl_dir_of(host).has_value();
+  if (has_idl && made.installer.status == 0)
     look_at_deployments(host, after, found);
   look_for_blanks(host, made, found);
   for (const std::string &path : made.found.with_unseen_names)
