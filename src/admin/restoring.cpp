@@ -264,7 +264,7 @@ std::optional<struct stat> present_status(const std::string &path) {
   struct stat status {};
   if (directory && fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
     return status;
-  if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP)
+  if (!is_not_there())
     fail("cannot look up " + path);
   return std::nullopt;
 }

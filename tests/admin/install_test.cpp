@@ -1,4 +1,5 @@
 #include "admin/admin_run.h"
+#include "admin/rehearsal.h"
 
 #include <sys/stat.h>
 
@@ -56,6 +57,18 @@ std::map<std::string, std::string> times_of(const std::vector<std::string> &dire
     times[path] = std::to_string(status.st_ctim.tv_sec) + "." + std::to_string(status.st_ctim.tv_nsec);
   }
   return times;
+}
+
+TEST_F(Install, IsRehearsedWithoutItsWaits) {
+  write_file(in_envi("bin/envi_original"), "of an older release\n");
+  const korvalen::admin::target target{product(), envi(), false};
+  const auto began = std::chrono::steady_clock::now();
+  const support::outcome ended =
+      support::call([&] { return korvalen::admin::install_at_once(target, {in_envi("bin/envi_original")}); });
+  EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::milliseconds(2'900));
+  EXPECT_THAT(ended, Ended(0, whole_runs::installed, ""));
+  EXPECT_EQ(read_file(in_envi("bin/envi")), patched_envi_script("envi", "/etc/quorin"));
+  EXPECT_EQ(read_file(in_envi("bin/envi_original")), envi_script("envi")) << "the stale backup was taken";
 }
 
 TEST_F(Install, RefusesAMissingScript) {

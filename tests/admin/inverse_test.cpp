@@ -309,6 +309,18 @@ TEST_F(Inverse, TakesADirectoryAwayWithAPlacedFileThatIsNamedLikeABackup) {
   EXPECT_EQ(differences(before, everything()), "");
 }
 
+TEST_F(Inverse, HoldsWhereTwoDeployedNamesAreOneFile) {
+  make_host();
+  ship("envi/extensions/k.sav");
+  fs::create_hard_link(in_envi("save/k.sav"), in_envi("extensions/k.sav"));
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  EXPECT_EQ(read_file(in_envi("save/k.sav")), read_file(in_envi("extensions/k.sav")));
+  expect_status(command("verify"), 0);
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
 TEST_F(Inverse, BringsAttributesOwnersAndOddModesBack) {
   make_host();
   for (const char *name : {"save/k.sav", "extensions/korvalen_menu.sav", "bin/envi"}) {

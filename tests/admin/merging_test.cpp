@@ -92,6 +92,7 @@ TEST_F(Merging, LeavesToTheHostWhatTheHostChangedAndTheRunDidNotTouch) {
   record.paths = {{path("as_left"), {}, good, {1}, 1},
                   {path("changed"), {}, file(7), {1}, 2},
                   {path("gone"), {}, good, {1}, 3},
+                  {path("none/gone"), {}, good, {1}, 5},
                   {path("of_the_other"), {}, good, {2}, 4}};
   const merge_result merged = merge(record, installed("/product"), {1, {}}, {});
   std::vector<std::string> paths;
@@ -187,6 +188,25 @@ TEST_F(Merging, KnowsAnInstallationByProductEnviAndLayout) {
   wanted = installed("/product");
   wanted.envi_dir = wanted.real_envi_dir = std::nullopt;
   EXPECT_EQ(find_installation(record, wanted), nullptr);
+}
+
+TEST_F(Merging, FindsAPathOnRecordAndNoOther) {
+  receipt record;
+  record.paths = {{"/b", {}, file(3), {1}, 1}, {"/d", {}, file(3), {1}, 2}};
+  EXPECT_EQ(find_path(record, "/b")->kept, 1U);
+  EXPECT_EQ(find_path(record, "/d")->kept, 2U);
+  for (const char *path : {"/a", "/c", "/e"})
+    EXPECT_EQ(find_path(record, path), nullptr) << path;
+}
+
+TEST_F(Merging, TellsAnInstallationWithoutAnEnviFromAllOthers) {
+  receipt record;
+  record.installations = {installed("/product", 1)};
+  record.installations[0].envi_dir = record.installations[0].real_envi_dir = std::nullopt;
+  installation wanted = installed("/product");
+  EXPECT_EQ(find_installation(record, wanted), nullptr);
+  wanted.envi_dir = wanted.real_envi_dir = std::nullopt;
+  EXPECT_NE(find_installation(record, wanted), nullptr);
 }
 
 TEST_F(Merging, KnowsWhatIsGoneByTheNameThatItWasGivenBy) {

@@ -54,6 +54,16 @@ TEST(Mounts, AreListedInTheTablesOrderAndLinesThatAreNoneLeftOut) {
   EXPECT_EQ(mounts[1].point, "/a");
 }
 
+TEST(Mounts, AreNoneWhereALineEndsBeforeTheType) {
+  for (const char *line : {"1 2 0:3 / /a rw", "1 2 0:3 / /a rw shared:1", "1 2 0:3 / /a rw -"})
+    EXPECT_TRUE(parse_mounts(line).empty()) << line;
+}
+
+TEST(Mounts, KeepBackslashesThatNoOctalNumberFollows) {
+  EXPECT_EQ(only_mount_of("1 2 0:3 /\\/40\\0/0\\04/\\940\\080\\008 /a rw - tmpfs t rw").root,
+            "/\\/40\\0/0\\04/\\940\\080\\008");
+}
+
 TEST(Mounts, HoldWhatLiesBelowThemByWholeNames) {
   EXPECT_TRUE(lies_in("/a", "/a"));
   EXPECT_TRUE(lies_in("/a/b", "/a"));

@@ -238,6 +238,48 @@ TEST_F(PlanOverMounts, OfOneDirectoryWrittenThroughOneIsTrue) {
   EXPECT_THAT(expect_true_plan(), IsSupersetOf(both));
 }
 
+TEST_F(PlanOverMounts, OfOnePartOfAFileSystemWrittenThroughTwoIsRefused) {
+  make_host();
+  mount_memory(path("memory"));
+  fs::create_directories(path("memory/part"));
+  fs::create_directories(envi() + "/classic/save");
+  ship("envi/classic/save/c.sav");
+  bind(path("memory/part"), envi() + "/save");
+  bind(path("memory/part"), envi() + "/classic/save");
+  EXPECT_EQ(refusal(),
+            "~/envi54/classic/save and ~/envi54/save cannot be rehearsed together: they are mounts of "
+            "the same directory, and the run writes through both");
+}
+
+TEST_F(PlanOverMounts, OfAWholeFileSystemWrittenThroughTwoIsRefused) {
+  make_host();
+  fs::create_directories(envi() + "/classic/save");
+  ship("envi/classic/save/c.sav");
+  mount_memory(envi() + "/save");
+  bind(envi() + "/save", envi() + "/classic/save");
+  EXPECT_EQ(refusal(),
+            "~/envi54/classic/save and ~/envi54/save cannot be rehearsed together: they are mounts of "
+            "the same directory, and the run writes through both");
+}
+
+TEST_F(PlanOverMounts, OfTwoPartsOfAFileSystemIsTrue) {
+  make_host();
+  mount_memory(path("memory"));
+  for (const char *part : {"save", "extensions"}) {
+    fs::create_directories(path("memory/") + part);
+    bind(path("memory/") + part, envi() + "/" + part);
+  }
+  EXPECT_THAT(expect_true_plan(), Contains(placed));
+}
+
+TEST_F(PlanOverMounts, OfAPartThatIsWrittenAndAWholeThatIsWrittenElsewhereIsTrue) {
+  make_host();
+  ship("envi/save/quorin_core.sav"); // which is removed from the product
+  fs::create_directory(path("elsewhere"));
+  bind(path("elsewhere"), envi() + "/save");
+  EXPECT_THAT(expect_true_plan(), Contains(placed));
+}
+
 TEST_F(PlanOverMounts, InHundredsIsTrueWithinSeconds) {
   make_host();
   for (int i = 0; i < 300; ++i)
@@ -344,6 +386,26 @@ protected:
 };
 
 } // namespace
+
+TEST_F(PlanInAnotherRoot, OfAFileWithTwoNamesOnAnOverlayIsRefused) {
+  make_host();
+  write_file(envi() + "/save/k.sav", "old");
+  fs::create_hard_link(envi() + "/save/k.sav", envi() + "/save/second.sav");
+  make_overlay(path("overlay"), envi() + "/save");
+  bind(path("overlay"), envi() + "/save");
+  EXPECT_EQ(refusal(), "~/envi54/save/k.sav cannot be rehearsed: the file has further names, which its file "
+                       "system does not let an overlay tell");
+}
+
+TEST_F(PlanInAnotherRoot, OfADirectoryThatIsAnOverlayOfAnOverlayIsRefused) {
+  make_host();
+  make_overlay(path("first"), envi() + "/save");
+  make_overlay(path("second"), path("first"));
+  bind(path("second"), envi() + "/save");
+  EXPECT_EQ(refusal(),
+            "~/envi54 cannot be rehearsed: ~/envi54/save is a mount of its own that cannot be covered "
+            "(it is an overlay itself, of which the kernel stacks two at most: Invalid argument)");
+}
 
 TEST_F(PlanInAnotherRoot, ThatIsAnOverlayIsTrue) {
   make_host();

@@ -92,6 +92,19 @@ TEST(Report, TellsPeopleTheSameWithNothingThatSpeaksToTheTerminal) {
       "\nA note.\n");
 }
 
+TEST(Report, ColorsTheLinesOfADifferenceByWhatTheyTell) {
+  report told;
+  told.changes = {{"/d", file(1), file(2)}};
+  told.diff_of = [](const change &) {
+    return std::string("--- /d\n+++ /d\n@@ -1,2 +1,2 @@\n same\n-a\n+b\n");
+  };
+  EXPECT_EQ(text_of(told, {true, [](const std::string &) { return true; }}),
+            "  \x1b[36mpatched   \x1b[0m/d\n"
+            "      \x1b[1m--- /d\x1b[0m\n      \x1b[1m+++ /d\x1b[0m\n"
+            "      \x1b[36m@@ -1,2 +1,2 @@\x1b[0m\n       same\n"
+            "      \x1b[31m-a\x1b[0m\n      \x1b[32m+b\x1b[0m\n\n1 patched.\n");
+}
+
 TEST(Report, IsColoredWhereAsked) {
   report told;
   told.changes = {{"/a", {}, file(1)}};

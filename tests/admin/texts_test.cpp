@@ -33,6 +33,7 @@ TEST(Texts, LetsNoControlCharacterReachATerminal) {
                     "31m"),
             "\\xC2\\x9B31m")
       << "an 8-bit control";
+  EXPECT_EQ(visible("\xc2\x9f\xc2\xa0"), "\\xC2\\x9F\xc2\xa0") << "the last of them, and a blank";
   EXPECT_EQ(visible("\x9b\xff"), "\\x9B\\xFF");
   EXPECT_EQ(visible("caf\xc3\xa9 \xe2\x82\xac"), "caf\xc3\xa9 \xe2\x82\xac");
 }

@@ -7,12 +7,14 @@
 #include "admin/disk_state.h"
 #include "admin/scratch.h"
 #include "support/child.h"
+#include "support/disturbance.h"
 #include "support/surroundings.h"
 
 #include <gmock/gmock.h>
 
 #include <cerrno>
 #include <fcntl.h>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <sched.h>
@@ -247,6 +249,66 @@ TEST_P(RefusedView, TellsTheReason) {
 
 INSTANTIATE_TEST_SUITE_P(Of, RefusedView, testing::ValuesIn(refusals),
                          [](const testing::TestParamInfo<refusal> &one) { return one.param.name; });
+
+TEST_F(View, IsNotMadeWhereTheWayBackToADirectoryIsBarred) {
+  for (const int barred : {1, 2}) {
+    const auto tell_of_refusal = [barred] {
+      support::disturb({SYS_fchdir, EACCES, [barred](int count) { return count == barred; }});
+      return tell_of_a_view(in_memory);
+    };
+    EXPECT_THAT(call(tell_of_refusal), Ended(0, "cannot enter a mount namespace: Permission denied\n", ""))
+        << (barred == 1 ? "the root" : "the current one");
+  }
+}
+
+TEST_F(View, IsMadeAlsoWhereTheCurrentDirectoryCannotBeOpened) {
+  EXPECT_THAT(call([] {
+                // The namespace, the root and the current directory are opened.
+                support::disturb({SYS_openat, EACCES, [](int count) { return count == 3; }});
+                return tell_of_a_view(in_memory);
+              }),
+              Ended(0, "all is covered\n", ""));
+}
+
+// A directory of which the kernel notes something else than that it hides what was before it.
+TEST_F(View, TellsOfADirectoryWithAnotherMarkOnlyWhatWasWritten) {
+  write_file("d/before", "");
+  const view seen(in_memory);
+  ASSERT_EQ(run_confined(seen.inside().path, scratch(),
+                         [] {
+                           write_file("d/new", "");
+                           return 0;
+                         })
+                .status,
+            0);
+  std::string upper;
+  for (const layer &one : seen.layers())
+    if (fs::exists(one.changes + path("d")))
+      upper = one.changes + path("d");
+  ASSERT_EQ(setxattr(upper.c_str(), "trusted.overlay.opaque", "x", 1, 0), 0);
+  std::vector<std::string> changed;
+  for (const change &one : find_changes(seen, {}, hashing::where_needed).touched)
+    if (kind_of(one) != change_kind::none)
+      changed.push_back(one.path);
+  EXPECT_THAT(changed, testing::Contains(path("d/new")));
+  EXPECT_THAT(changed, testing::Not(testing::Contains(path("d/before"))));
+}
+
+TEST_F(View, TellsNoFurtherNamesOfAFileThatIsAsBefore) {
+  write_file("one", "bytes");
+  fs::create_hard_link("one", "two");
+  const view seen(in_memory);
+  ASSERT_EQ(run_confined(seen.inside().path, scratch(),
+                         [] {
+                           std::ofstream("one") << "bytes";
+                           return 0;
+                         })
+                .status,
+            0);
+  const found_changes found = find_changes(seen, {scratch()}, hashing::where_needed);
+  EXPECT_TRUE(found.of_several_names.empty()) << testing::PrintToString(found.of_several_names);
+  EXPECT_TRUE(found.with_unseen_names.empty());
+}
 
 TEST_F(View, NeedsAScratchDirectoryThatIsThere) {
   EXPECT_THAT(

@@ -1,5 +1,5 @@
-// In a build for coverage, `_exit` of what is linked with this writes the counts first, as `exit` does: children
-// that run code and end at once would leave none.
+// In a build for coverage, `_exit` of what is linked with this writes the counts first, as `exit` does:
+// children that run code and end at once would leave none.
 //
 // Not in a process that has entered another root directory: there the files would be made in that one, and be
 // changes of a view that the tests look at.
