@@ -66,6 +66,20 @@ TEST_F(Trees, TellAnEmptyDirectoryFromOneThatCannotBeListed) {
     EXPECT_EQ(told_without(SYS_openat2, reason, list), "0") << "there is no directory";
 }
 
+// The kernel refuses a path with ".." when anything is renamed at the same moment.
+TEST_F(Trees, AreLookedUpAgainWhereTheKernelAsksForThatButNotForEver) {
+  write_file("d/file", "");
+  const auto list = [&] { std::cout << names_in(disk, path("d/../d")).size(); };
+  EXPECT_EQ(told_under(
+                [] {
+                  support::disturb({SYS_openat2, EAGAIN, [](int count) { return count <= 3; }});
+                },
+                list),
+            "1");
+  EXPECT_EQ(told_without(SYS_openat2, EAGAIN, list),
+            "cannot list " + path("d/../d") + ": Resource temporarily unavailable");
+}
+
 TEST_F(Trees, ReadSmallFilesOnlyAndSayWhatCannotBeRead) {
   write_file("file", "bytes");
   fs::create_directory("directory");
