@@ -125,5 +125,6 @@ TEST_F(Trees, ArePassableWhileSomebodyRenamesFiles) {
   ends = true;
   renamer.join();
   EXPECT_EQ(missed, 0) << "of 40000 looks at a file that always stood there";
+}
 
 } // namespace
