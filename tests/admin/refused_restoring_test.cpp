@@ -228,6 +228,18 @@ TEST_F(RefusedRestoring, GivesAFileThatStandsItsAttributesAndTimeBackAndADirecto
             "cannot open ~/p: Permission denied");
   EXPECT_EQ(told_under([] {}, restore_both), "");
   EXPECT_EQ(exact({at("p")})[at("p")], "file 0600 0:0 user.note=kept of 3.4 \"kept bytes\"");
+  must(setxattr(at("p").c_str(), "user.note", "since", 5, 0), "setxattr");
+  EXPECT_EQ(told_under([] {}, restore_both), "");
+  EXPECT_EQ(exact({at("p")})[at("p")], "file 0600 0:0 user.note=since of 3.4 \"kept bytes\"")
+      << "whoever has its time was not written";
+}
+
+TEST_F(RefusedRestoring, HasNothingToDoWhereWhatShouldBeAbsentHasNoDirectory) {
+  const exact_tree before = tree();
+  const restored_paths done =
+      restore_all({{at("none/p"), {}, {}, 0}}, false, [](const wanted_path &, const state &) {});
+  EXPECT_TRUE(done.problems.empty() && done.homeless.empty() && done.not_empty.empty());
+  EXPECT_EQ(differences(before, tree()), "");
 }
 
 } // namespace
