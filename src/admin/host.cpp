@@ -111,6 +111,19 @@ std::vector<std::string> real_directories_of(const target &host) {
   return directories;
 }
 
+std::vector<std::string> written_directories_of(const target &host) {
+  std::vector<std::string> given = {init_dir_of(host)};
+  for (const launch_script &script : launch_scripts_of(host))
+    given.push_back(parent_of(real_script_path(script)));
+  for (const deployment &step : deployments_of(host))
+    given.insert(given.end(), {step.source, step.target});
+  std::vector<std::string> directories;
+  for (const std::string &directory : given)
+    if (const auto real = real_path(directory))
+      directories.push_back(*real);
+  return directories;
+}
+
 bool holds_block(std::string_view script) {
   return script.find("KORVALEN_INIT_DIR") != std::string_view::npos;
 }

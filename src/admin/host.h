@@ -68,6 +68,9 @@ std::optional<std::string> real_path(const std::string &path);
 // The directories below which a run writes, as real paths; those that do not exist are left out.
 std::vector<std::string> real_directories_of(const target &host);
 
+// The directories that a run writes into, as real paths; those that do not exist are left out.
+std::vector<std::string> written_directories_of(const target &host);
+
 // Whether a text, line by line, mentions the variable that the installer's block sets.
 bool holds_block(std::string_view script);
 

@@ -90,37 +90,42 @@ std::string path_on_device(const mounted &mount, const std::string &path) {
   return mount.root + path.substr(point);
 }
 
-// Whether the outer mount changes what the inner one, of the same file system, holds too.
-bool shows_through(const found_changes &found, const view &seen, const mounted &outer, const mounted &inner) {
-  return std::any_of(found.touched.begin(), found.touched.end(), [&](const change &touched) {
-    if (kind_of(touched) == change_kind::none || mount_of(seen.mounts(), touched.path).point != outer.point)
-      return false;
-    return lies_in(path_on_device(outer, touched.path), inner.root);
+// Whether some of the paths are seen through the mount, and lie in that directory of its file system.
+bool reaches(const view &seen, const std::vector<std::string> &paths, const mounted &mount,
+             const std::string &directory) {
+  return std::any_of(paths.begin(), paths.end(), [&](const std::string &path) {
+    return mount_of(seen.mounts(), path).point == mount.point &&
+           lies_in(path_on_device(mount, path), directory);
   });
 }
 
-bool is_touched(const found_changes &found, const view &seen, const mounted &mount) {
-  return std::any_of(found.touched.begin(), found.touched.end(), [&](const change &touched) {
-    return kind_of(touched) != change_kind::none &&
-           mount_of(seen.mounts(), touched.path).point == mount.point;
-  });
+std::vector<std::string> changed_paths(const found_changes &found) {
+  std::vector<std::string> paths;
+  for (const change &touched : found.touched)
+    if (kind_of(touched) != change_kind::none)
+      paths.push_back(touched.path);
+  return paths;
 }
 
-// In the view, what is written through one mount is not seen through another of the same file system.
-void refuse_second_mounts(const view &seen, const found_changes &found) {
-  std::vector<const layer *> touched;
-  for (const layer &covered : seen.layers())
-    if (is_touched(found, seen, covered.mount))
-      touched.push_back(&covered);
-  for (const layer *const outer : touched)
-    for (const layer *const inner : touched)
-      if (outer != inner && outer->mount.device == inner->mount.device &&
-          lies_in(inner->mount.root, outer->mount.root) &&
-          shows_through(found, seen, outer->mount, inner->mount))
+// In the view, what is written through one mount is not seen through another of the same file system. The run
+// may have found nothing to do there for that reason alone, so where it looks counts like what it changes.
+void refuse_second_mounts(const view &seen, const found_changes &found, const target &host) {
+  const std::vector<std::string> changed = changed_paths(found);
+  std::vector<std::string> used = written_directories_of(host);
+  used.insert(used.end(), changed.begin(), changed.end());
+  for (const layer &one : seen.layers())
+    for (const layer &other : seen.layers()) {
+      const std::string &shared = other.mount.root;
+      const bool are_of_one = one.mount.device == other.mount.device && lies_in(shared, one.mount.root);
+      if (&one == &other || !are_of_one)
+        continue;
+      if ((reaches(seen, changed, one.mount, shared) && reaches(seen, used, other.mount, shared)) ||
+          (reaches(seen, used, one.mount, shared) && reaches(seen, changed, other.mount, shared)))
         throw failure(
-            outer->mount.point + " and " + inner->mount.point +
+            one.mount.point + " and " + other.mount.point +
             " cannot be rehearsed together: they are mounts of the same directory, and the run writes "
             "through both");
+    }
 }
 
 using file_identity = std::pair<dev_t, ino_t>;
@@ -223,7 +228,7 @@ rehearsal rehearse(const target &host, hashing hashed) {
     expect_whole_files(*made.seen, host);
   made.found = find_changes(*made.seen, directories, hashed);
   refuse_separate_names(*made.seen, made.found);
-  refuse_second_mounts(*made.seen, made.found);
+  refuse_second_mounts(*made.seen, made.found, host);
   return made;
 }
 

@@ -231,6 +231,17 @@ TEST_F(PlanOverMounts, OfOneDirectoryWrittenThroughBothIsRefused) {
                        "same directory, and the run writes through both");
 }
 
+// What is placed through the one is a stale file through the other, which the view does not show.
+TEST_F(PlanOverMounts, OfOneDirectoryPlacedInThroughOneAndClearedThroughTheOtherIsRefused) {
+  make_host();
+  fs::create_directories(envi() + "/classic/save_add");
+  ship("envi/save/envi_korvalen_itools.sav");
+  bind(envi() + "/save", envi() + "/classic/save_add");
+  EXPECT_EQ(refusal(),
+            "/ and ~/envi54/classic/save_add cannot be rehearsed together: they are mounts of the same "
+            "directory, and the run writes through both");
+}
+
 TEST_F(PlanOverMounts, OfOneDirectoryWrittenThroughOneIsTrue) {
   make_host();
   fs::create_directories(path("elsewhere"));

@@ -381,8 +381,9 @@ void make_plan(plan_case &one, unsigned seed) {
 }
 
 void install(plan_case &one, const std::vector<std::string> &stale_scripts) {
+  std::error_code ignored; // on a read-only mount they stay, in the plan as on the disk
   for (const std::string &script : stale_scripts)
-    fs::remove(script + "_original");
+    fs::remove(script + "_original", ignored);
   run_installer(one);
   one.after = look(one);
 }
