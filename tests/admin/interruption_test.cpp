@@ -183,6 +183,29 @@ TEST_F(Interruption, BySomethingNewAfterTheRehearsalStopsBeforeAnythingIsTouched
   EXPECT_EQ(differences(before, everything()), "");
 }
 
+TEST_F(Interruption, ByOtherBytesOfTheSameSizeStopsBeforeAnythingIsTouched) {
+  write_file(in_envi("save/k.sav"), std::string(96U << 20U, 'k'));
+  const auto program = start("install");
+  // What comes before the large file is kept then.
+  ASSERT_TRUE(comes_true([] {
+    const fs::path kept = state_dir + "/kept";
+    return fs::exists(kept) &&
+           std::any_of(fs::directory_iterator(kept), {}, [](const fs::directory_entry &one) {
+             return one.is_regular_file() && one.file_size() > 1U << 20U;
+           });
+  }));
+  program->kill(SIGSTOP);
+  ASSERT_FALSE(fs::exists(run_file)) << "the test came too late";
+  write_file(in_envi("extensions/korvalen_menu.sav"), "STALE");
+  const std::vector<std::string> places = {in_envi("extensions"), in_envi("bin"), "/etc"};
+  const exact_tree before = exact(places);
+  program->kill(SIGCONT);
+  EXPECT_EQ(program->finish().err,
+            "korvalen_admin: " + in_envi("extensions/korvalen_menu.sav") +
+                " was changed by somebody else meanwhile; nothing was touched, give the command again\n");
+  EXPECT_EQ(differences(before, exact(places)), "");
+}
+
 TEST_F(Interruption, ByTheKeyboardWaitsForTheEnd) {
   expect_held_off(SIGINT);
 }
