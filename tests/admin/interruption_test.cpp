@@ -254,6 +254,16 @@ TEST_F(Interruption, IsNotWhatVerifyCallsARunThatIsUnderWay) {
   expect_status(command("verify"), 0);
 }
 
+TEST_F(Interruption, InTheMiddleOfAFileLeavesNothingThatIsPutAside) {
+  const exact_tree before = everything();
+  kill_when([this] { return fs::exists(in_envi("bin/envi_rt_original")); });
+  write_file(in_envi("save/k.sav"), "envi/sa");                                 // of what is placed
+  write_file(in_envi("bin/envi"), read_file(in_envi("bin/envi")).substr(0, 9)); // of what is written
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+  EXPECT_TRUE(fs::is_empty(state_dir + "/aside"));
+}
+
 TEST_F(Interruption, OfTheWholeProgramIsTakenBackByTheNextUninstallation) {
   const exact_tree before = everything();
   kill_when([this] { return fs::exists(in_envi("bin/envi_rt_original")); });
