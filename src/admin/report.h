@@ -37,7 +37,8 @@ struct text_style {
   std::function<bool(const std::string &path)> is_launch_script = [](const std::string &) { return false; };
 };
 
-// The changes, the difference of each launch script, what the installer would print, and a summary.
+// The changes, the difference of each launch script, what the installer would print, a summary, and the
+// warnings: those of one code and one text together, the text once.
 void write_text(std::ostream &out, const report &told, const text_style &style);
 
 } // namespace korvalen::admin

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <map>
 #include <sstream>
+#include <vector>
 
 namespace korvalen::admin {
 
@@ -113,14 +114,39 @@ std::string summary(const report &told, const text_style &style) {
   return text;
 }
 
-void write_warning(std::ostream &out, const warning &one, const text_style &style) {
-  out << '\n'
-      << colored(one.refuses ? "warning that refuses an installation" : "warning", one.refuses ? "31" : "33",
-                 style)
-      << " [" << one.code << "]";
-  if (!one.path.empty())
-    out << " " << visible(one.path);
-  out << "\n  " << visible(one.text) << ".\n";
+// Warnings that say the same stand together, each of their paths on a line of its own.
+using warning_group = std::vector<const warning *>;
+
+std::vector<warning_group> grouped(const std::vector<warning> &warnings) {
+  std::vector<warning_group> groups;
+  for (const warning &one : warnings) {
+    const auto same = std::find_if(groups.begin(), groups.end(), [&](const warning_group &group) {
+      return group.front()->code == one.code && group.front()->text == one.text;
+    });
+    if (same == groups.end())
+      groups.push_back({&one});
+    else
+      same->push_back(&one);
+  }
+  return groups;
+}
+
+void write_paths(std::ostream &out, const warning_group &group) {
+  if (group.size() == 1) {
+    out << (group.front()->path.empty() ? "" : " " + visible(group.front()->path)) << '\n';
+    return;
+  }
+  out << ' ' << group.size() << " times\n";
+  for (const warning *const one : group)
+    out << "    " << visible(one->path) << '\n';
+}
+
+void write_warnings(std::ostream &out, const warning_group &group, const text_style &style) {
+  const warning &first = *group.front();
+  const char *const heading = first.refuses ? "warning that refuses an installation" : "warning";
+  out << '\n' << colored(heading, first.refuses ? "31" : "33", style) << " [" << first.code << "]";
+  write_paths(out, group);
+  out << "  " << visible(first.text) << ".\n";
 }
 
 } // namespace
@@ -134,8 +160,8 @@ void write_text(std::ostream &out, const report &told, const text_style &style) 
   const std::string counts = summary(told, style);
   if (!counts.empty())
     out << '\n' << counts << ".\n";
-  for (const warning &one : told.warnings)
-    write_warning(out, one, style);
+  for (const warning_group &group : grouped(told.warnings))
+    write_warnings(out, group, style);
   for (const std::string &note : told.notes)
     out << '\n' << visible(note) << ".\n";
 }

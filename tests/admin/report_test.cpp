@@ -105,6 +105,19 @@ TEST(Report, ColorsTheLinesOfADifferenceByWhatTheyTell) {
             "      \x1b[31m-a\x1b[0m\n      \x1b[32m+b\x1b[0m\n\n1 patched.\n");
 }
 
+TEST(Report, TellsPeopleOnceWhatWarningsOfOneCodeSayOfSeveralPaths) {
+  report told;
+  told.warnings = {{"changed-since", "/a", false, "it stays"},
+                   {"shared-file", "/b\n", false, "it goes"},
+                   {"shared-file", "/c", false, "given as \"/d\": it goes"},
+                   {"shared-file", "/e", false, "it goes"},
+                   {"stale-backup", "/f", false, "it goes"}};
+  EXPECT_EQ(text_of(told), "\nwarning [changed-since] /a\n  it stays.\n"
+                           "\nwarning [shared-file] 2 times\n    /b\\x0A\n    /e\n  it goes.\n"
+                           "\nwarning [shared-file] /c\n  given as \"/d\": it goes.\n"
+                           "\nwarning [stale-backup] /f\n  it goes.\n");
+}
+
 TEST(Report, IsColoredWhereAsked) {
   report told;
   told.changes = {{"/a", {}, file(1)}};
