@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
@@ -18,6 +19,7 @@
 #include <iostream>
 #include <iterator>
 #include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <unistd.h>
@@ -56,20 +58,24 @@ bool wants_colors(const command &given) {
   return given.color == color_choice::always;
 }
 
-void tell(const command &given, const report &told) {
+// A report as it is to be written: nothing is, until the command is at its end.
+struct written_report {
+  std::ostringstream output;
+  std::string error;
+};
+
+void tell(const command &given, const report &told, written_report &to) {
   if (given.json)
-    return write_json(std::cout, told);
+    return write_json(to.output, told);
   std::set<std::string> scripts;
   for (const launch_script &script : launch_scripts_of(given.host))
     scripts.insert(real_script_path(script));
-  write_text(std::cout, told,
+  write_text(to.output, told,
              {wants_colors(given), [&](const std::string &path) { return scripts.contains(path); }});
-  std::cout.flush();
-  if (!told.error.empty())
-    std::cerr << "korvalen_admin: " << visible(told.error) << std::endl;
+  to.error = visible(told.error);
 }
 
-int run(int argc, char **argv) {
+int run(int argc, char **argv, written_report &to) {
   command given;
   given.json = asks_for_json(argc, argv);
   report told;
@@ -78,23 +84,46 @@ int run(int argc, char **argv) {
     given = read_arguments(argc, argv);
     command_named(given.name)(given, told);
   } catch (const answer &text) {
-    std::cout << text.what() << '\n';
+    to.output << text.what() << '\n';
     return 0;
   } catch (const std::exception &problem) {
     told.status = 1;
     told.error = problem.what();
   }
-  tell(given, told);
+  tell(given, told, to);
   return told.status;
+}
+
+// 0, or why not all of it could be written.
+int write_whole(std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t count = write(STDOUT_FILENO, text.data(), text.size());
+    if (count >= 0)
+      text.remove_prefix(static_cast<std::size_t>(count));
+    else if (errno != EINTR)
+      return errno;
+  }
+  return 0;
+}
+
+// A reader who goes early has read enough. What could not be written for another reason is a failure.
+int status_of_writing(const written_report &told, int status) {
+  std::signal(SIGPIPE, SIG_IGN);
+  const int problem = write_whole(told.output.view());
+  if (!told.error.empty())
+    std::cerr << "korvalen_admin: " << told.error << std::endl;
+  if (problem == 0 || problem == EPIPE)
+    return status;
+  std::cerr << "korvalen_admin: cannot write to standard output: " << std::strerror(problem)
+            << "; without that, the status would be " << status << std::endl;
+  return 1;
 }
 
 } // namespace
 
 int main(int argc, char **argv) {
   open_closed_streams();
-  const int status = run(argc, argv);
-  if (std::cout.flush())
-    return status;
-  std::cerr << "korvalen_admin: cannot write to standard output: " << std::strerror(errno) << std::endl;
-  return 1;
+  written_report told;
+  const int status = run(argc, argv, told);
+  return status_of_writing(told, status);
 }

@@ -223,7 +223,9 @@ TEST_F(PlanRefusals, LeaveNoPlanThatCannotBeWritten) {
     });
     EXPECT_THAT(
         ended,
-        support::Ended(1, "", "korvalen_admin: cannot write to standard output: No space left on device\n"));
+        support::Ended(1, "",
+                       "korvalen_admin: cannot write to standard output: No space left on device; without "
+                       "that, the status would be 2\n"));
   }
 }
 
