@@ -88,12 +88,12 @@ EXAMPLES = r'''
 - name: Install Korvalen into ENVI
   korvalen.install.korvalen:
     product_dir: /opt/korvalen
-    envi_dir: /opt/envi54
+    envi_dir: /usr/local/envi54
 
 - name: Install a product without the launch script that this site removed
   korvalen.install.korvalen:
     product_dir: /opt/korvalen
-    envi_dir: /opt/envi54
+    envi_dir: /usr/local/envi54
     layout: local
     force:
       - missing-script
@@ -101,7 +101,7 @@ EXAMPLES = r'''
 - name: Take it back
   korvalen.install.korvalen:
     product_dir: /opt/korvalen
-    envi_dir: /opt/envi54
+    envi_dir: /usr/local/envi54
     state: absent
 '''
 
@@ -181,7 +181,7 @@ cmd:
   returned: when the program was run
   type: list
   elements: str
-  sample: [/usr/bin/korvalen_admin, install, --json, /opt/korvalen, /opt/envi54]
+  sample: [/usr/bin/korvalen_admin, install, --json, /opt/korvalen, /usr/local/envi54]
 '''
 
 import json
