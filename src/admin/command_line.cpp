@@ -134,7 +134,16 @@ bool asks_for_json(int argc, char **argv) {
   return std::any_of(argv + 1, argv + argc, [](std::string_view argument) { return argument == "--json"; });
 }
 
+// Its own text would not say which.
+void refuse_unknown_command(int argc, char **argv) {
+  const std::string_view first = argc > 1 ? argv[1] : "";
+  if (!first.starts_with('-') && named_command(argc, argv).empty())
+    throw failure((first.empty() ? "no command" : "unknown command \"" + std::string(first) + "\"") +
+                  "; the commands are plan, install, verify and uninstall; see korvalen_admin --help");
+}
+
 command read_arguments(int argc, char **argv) {
+  refuse_unknown_command(argc, argv);
   given arguments;
   CLI::App app(description, "korvalen_admin");
   app.set_version_flag("--version", version);

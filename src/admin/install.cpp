@@ -147,12 +147,15 @@ bool prepare(const command &given, const store &kept, const receipt &record, rep
   told.installer = made.installer;
   if (const std::string obstacle = find_obstacle(made); !obstacle.empty())
     throw failure(obstacle);
-  refuse_warnings(given, told.warnings);
-  told.installer.reset();
   const std::vector<journaled_path> paths = recordable_paths(given.host, made);
   const bool is_known = is_on_record(record, installation_of(given.host), paths);
-  if (is_known && !changes_something(made.found.touched))
+  // What was forced once may be given again.
+  if (is_known && !changes_something(made.found.touched)) {
+    told.installer.reset();
     return false;
+  }
+  refuse_warnings(given, told.warnings);
+  told.installer.reset();
   expect_space_to_keep(made);
   hold_signals();
   told.changes_are = tense::are;

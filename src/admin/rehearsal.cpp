@@ -154,11 +154,11 @@ std::map<file_identity, copied_file> find_copies(const tree &in, const target &h
     const open_directory sources = open_directory_in(in, step.source);
     const open_directory targets = open_directory_in(in, step.target);
     for (const std::string &name : names_in(in, step.source)) {
+      const auto source = follow_to_file(sources, name);
       const auto copy = follow_to_file(targets, name);
-      if (!is_deployed_name(name) || !copy)
+      if (!is_deployed_name(name) || !source || !copy)
         continue;
-      const struct stat source = follow(sources, name).value_or(no_file);
-      copies[file_of(*copy)] = {joined(step.target, name), copy->st_size, source.st_size, file_of(source)};
+      copies[file_of(*copy)] = {joined(step.target, name), copy->st_size, source->st_size, file_of(*source)};
     }
   }
   return copies;

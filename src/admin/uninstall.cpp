@@ -90,9 +90,12 @@ removal removal_of(const receipt &record, const installation &going) {
   return made;
 }
 
-void add_warnings(const removal &made, report &told) {
-  for (const std::string &path : made.stay)
+void add_warnings(const receipt &record, const removal &made, report &told) {
+  for (const std::string &path : made.stay) {
     told.warnings.push_back(warning_of("changed-since", path));
+    if (const auto kept = find_path(record, path)->kept)
+      told.warnings.back().text += "/" + std::to_string(*kept);
+  }
   for (const std::string &path : made.filled)
     told.warnings.push_back(warning_of("not-empty", path));
   for (const change &one : made.changes)
@@ -209,12 +212,34 @@ bool mentions_variable(const target &host) {
   return !host.envi_dir && is_configured;
 }
 
-void tell_nothing_on_record(const target &host, report &told) {
-  if (mentions_variable(host))
-    throw failure(
-        "this installation is not on record, so it cannot be taken back exactly; run its uninstall script "
-        "with sh, and put each launch script's backup NAME_original back in its place");
-  told.notes.emplace_back("Nothing is installed");
+// What is on record, so that a slip in the arguments is seen.
+std::string listed(const receipt &record) {
+  std::string list;
+  for (const installation &one : record.installations)
+    list += (list.empty() ? "on record: " : "; ") + one.product_dir +
+            (one.envi_dir ? " in " + *one.envi_dir : "") + (one.local_layout ? " (--local)" : "");
+  return list;
+}
+
+// Whether the ENVI is on record with another product or layout.
+bool has_one_for(const receipt &record, const std::optional<std::string> &envi_dir) {
+  const std::optional<std::string> real = envi_dir ? real_path(*envi_dir) : std::nullopt;
+  return std::any_of(record.installations.begin(), record.installations.end(),
+                     [&](const installation &one) { return one.real_envi_dir == real; });
+}
+
+void tell_nothing_on_record(const target &host, const receipt &record, report &told) {
+  const std::string others = record.installations.empty() ? "" : "; " + listed(record);
+  if (!mentions_variable(host)) {
+    told.notes.push_back("Nothing is installed" + others);
+    return;
+  }
+  if (has_one_for(record, host.envi_dir))
+    throw failure("no such installation is on record" + others);
+  throw failure(
+      "this installation is not on record, so it cannot be taken back exactly; run its uninstall script "
+      "with sh, and put each launch script's backup NAME_original back in its place" +
+      others);
 }
 
 void sort_warnings(report &told) {
@@ -229,7 +254,7 @@ void uninstall(const command &given, report &told) {
   if (geteuid() != 0)
     throw failure("uninstall needs root");
   if (!store(access::look).directory())
-    return tell_nothing_on_record(given.host, told);
+    return tell_nothing_on_record(given.host, {}, told);
   const store kept(given.only_plan ? access::share : access::change);
   if (given.only_plan)
     refuse_interrupted(kept);
@@ -238,11 +263,11 @@ void uninstall(const command &given, report &told) {
   const receipt record = kept.read_receipt();
   const installation *const known = find_installation(record, installation_of(given.host));
   if (known == nullptr)
-    return tell_nothing_on_record(given.host, told);
+    return tell_nothing_on_record(given.host, record, told);
 
   const removal made = removal_of(record, *known);
   told.changes = made.changes;
-  add_warnings(made, told);
+  add_warnings(record, made, told);
   const bool changes = changes_something(told.changes);
   if (given.only_plan) {
     told.diff_of = [record](const change &one) { return diff_of_removal(record, one); };

@@ -31,6 +31,10 @@ constexpr warning_kind kinds[] = {
     {"empty-backup", true,
      "the backup holds no line, and the installer would empty the script, which was patched already; "
      "put the host's own script there and remove the backup"},
+    {"found-changed", false,
+     "it was changed or removed since the installation on record; from this run on, an uninstall will bring "
+     "back what stands here now, not what was here before; to keep that, put the product's own file here "
+     "first, until verify finds no difference"},
     {"higher-idl", false,
      "an IDL of a higher version lies beside the one that is taken, which is always the lowest; "
      "nothing is installed into this one"},
@@ -167,6 +171,25 @@ void look_at_script(const launch_script &script, const receipt &record, const re
   look_at_block(script, record, made, found);
 }
 
+bool is_of_script(const std::vector<launch_script> &scripts, const std::string &path) {
+  return std::any_of(scripts.begin(), scripts.end(), [&](const launch_script &script) {
+    return path == real_script_path(script) || path.starts_with(script.backup);
+  });
+}
+
+// What an earlier run left is found otherwise, and is taken for the host's own.
+void look_for_changed(const target &host, const receipt &record, const rehearsal &made, collection &found) {
+  const std::vector<launch_script> scripts = launch_scripts_of(host);
+  for (const change &touched : made.found.touched) {
+    const recorded_path *const known = find_path(record, touched.path);
+    if (known == nullptr || kind_of(touched) == change_kind::none || is_of_script(scripts, touched.path))
+      continue;
+    const state present = hashed_state_of(made.seen->disk(), touched.path);
+    if (!is_same(present, known->after) && !is_same(present, known->before))
+      found.add("found-changed", touched.path);
+  }
+}
+
 bool holds_files(const tree &in, const std::string &directory) {
   const std::vector<std::string> names = names_in(in, directory);
   return std::any_of(names.begin(), names.end(), [&](const std::string &name) {
@@ -190,7 +213,8 @@ bool has_deployed_any(const tree &in, const deployment &step) {
 
 void look_at_deployments(const target &host, const tree &after, collection &found) {
   if (!holds_files(after, extensions_dir_of(host)))
-    return found.add("not-deployed", extensions_dir_of(host));
+    return found.add("not-deployed", extensions_dir_of(host),
+                     real_path(host.product_dir) ? "" : "the product directory does not exist: ");
   for (const deployment &step : deployments_of(host)) {
     if (deploys_any(after, step) && !has_deployed_any(after, step))
       found.add("not-deployed", step.source);
@@ -220,7 +244,8 @@ void look_for_blanks(const target &host, const rehearsal &made, collection &foun
 void look_for_higher_idl(const target &host, collection &found) {
   const auto taken = idl_dir_of(host);
   if (!taken)
-    return found.add("no-idl", *host.envi_dir);
+    return found.add("no-idl", *host.envi_dir,
+                     real_path(*host.envi_dir) ? "" : "the ENVI directory does not exist: ");
   for (const owned_string &other : find_idl_directories(host.envi_dir->c_str()))
     if (*taken != other.get())
       found.add("higher-idl", other.get());
@@ -278,6 +303,7 @@ std::vector<warning> find_warnings(const target &host, const rehearsal &made, co
   if (has_idl && made.installer.status == 0)
     look_at_deployments(host, after, found);
   look_for_blanks(host, made, found);
+  look_for_changed(host, record, made, found);
   for (const std::string &path : made.found.with_unseen_names)
     found.add("second-name", path);
   look_at_output(host, made.installer, found);

@@ -62,3 +62,14 @@ TEST_F(RehearsalCorners, AFileThatIsDeployedBeforeItIsDeployedOverIsNotTakenForC
   EXPECT_EQ(told.error, "");
   EXPECT_EQ(told.status, 2);
 }
+
+TEST_F(RehearsalCorners, ALinkThatIsDeployedBeforeItsTargetIsDeletedIsNotTakenForCutShort) {
+  make_envi();
+  fs::create_directories(envi() + "/classic/save_add");
+  support::write_file(envi() + "/classic/save_add/envi_korvalen_itools.sav", "stale");
+  fs::create_directories(source("envi/save"));
+  fs::create_symlink(envi() + "/classic/save_add/envi_korvalen_itools.sav", source("envi/save/link.sav"));
+  const plan_report told = plan();
+  EXPECT_EQ(told.error, "");
+  EXPECT_EQ(told.status, 2);
+}
