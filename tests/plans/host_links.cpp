@@ -1,6 +1,7 @@
 // Symbolic links and further names of files.
 #include "plans/host_changes.h"
 
+#include <system_error>
 #include <unistd.h>
 
 namespace plans {
@@ -176,8 +177,9 @@ void join_product_and_envi(host &made) {
                              whole_runs::deployed_directories[step].source + "/joined.sav";
   const std::string target = targets_of(made)[step] + "/joined.sav";
   support::write_file(source, "joined\n", 0600);
-  fs::create_directories(fs::path(target).parent_path());
-  if (!stands(target))
+  std::error_code no_directory; // where a file was put in its place
+  fs::create_directories(fs::path(target).parent_path(), no_directory);
+  if (!no_directory && !stands(target))
     must(link(source.c_str(), target.c_str()), "link " + target);
 }
 
