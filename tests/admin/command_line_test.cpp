@@ -32,6 +32,13 @@ TEST(PlainPath, IsAbsoluteWithoutDotsAndSlashesThatSayNothing) {
     EXPECT_EQ(korvalen::admin::plain_path(given, directory), wanted) << given;
 }
 
+TEST_F(AdminCommandLine, NamesTheCommandsWhereItKnowsNone) {
+  const std::string commands =
+      "; the commands are plan, install, verify and uninstall; see korvalen_admin --help\n";
+  EXPECT_EQ(admin({}).err, "korvalen_admin: no command" + commands);
+  EXPECT_EQ(admin({"isntall", "/a", "/b"}).err, "korvalen_admin: unknown command \"isntall\"" + commands);
+}
+
 TEST_F(AdminCommandLine, EndsWithStatusOneAndTouchesNothingWhereverItIsWrong) {
   make_host();
   const exact_tree before = everything();

@@ -149,6 +149,37 @@ TEST_F(Install, LetsOneCodeThroughAndNoOther) {
   expect_status(command("install", {"--force", "nounset", "--force", "missing-script"}), 0);
 }
 
+TEST_F(Install, ThatWasForcedAndStandsMayBeGivenAgain) {
+  write_file(in_envi("bin/envi"), "#!/bin/sh -u\nif [ -n \"$1\" ]; then\n  :\nfi\n", 0755);
+  expect_status(command("install", {"--force", "nounset"}), 0);
+  EXPECT_THAT(command("install").out, HasSubstr("Nothing to do: everything is installed and on record.\n"));
+}
+
+// The original of a file that was edited since would otherwise be lost without a word.
+TEST_F(Install, NamesTheFilesThatWereChangedSinceTheFirstOne) {
+  write_file(in_envi("save/k.sav"), "the host's");
+  expect_status(command("install"), 0);
+  write_file(in_envi("save/k.sav"), "edited", 0755);
+  fs::remove(in_envi("extensions/menu.sav"));
+  const json planned = told("plan");
+  std::vector<std::string> changed;
+  for (const json &one : planned["warnings"])
+    if (one["code"] == "found-changed")
+      changed.push_back(one["path"]);
+  EXPECT_EQ(changed, std::vector<std::string>{in_envi("save/k.sav")})
+      << "what was not there before is lost to nobody";
+  fs::remove(in_envi("save/k.sav"));
+  EXPECT_THAT(command("plan").out, HasSubstr("warning [found-changed] " + in_envi("save/k.sav") + "\n"));
+}
+
+TEST_F(Install, NamesDirectoriesThatDoNotExist) {
+  EXPECT_THAT(admin({"install", path("none"), envi()}).err,
+              HasSubstr("the product directory does not exist: nothing of this directory would be deployed"));
+  EXPECT_THAT(admin({"plan", product(), path("none")}).out,
+              HasSubstr("the ENVI directory does not exist: there is no IDL directory"));
+  EXPECT_THAT(command("plan").out, testing::Not(HasSubstr("does not exist")));
+}
+
 TEST_F(Install, CannotBeForcedPastAnInstallerThatWouldFail) {
   write_file("/etc/quorin", "in the way");
   const exact_tree before = everything();

@@ -512,6 +512,33 @@ TEST_F(Inverse, OnAHostThatNeverHadOneIsNothing) {
   EXPECT_FALSE(fs::exists(state_dir));
 }
 
+TEST_F(Inverse, OfAnotherInstallationThanTheOneOnRecordNamesThatOne) {
+  make_host();
+  expect_status(command("install"), 0);
+  const exact_tree before = everything();
+  EXPECT_THAT(admin({"uninstall", product() + "n", envi()}),
+              Ended(1, "",
+                    "korvalen_admin: no such installation is on record; on record: " + product() + " in " +
+                        envi() + "\n"));
+  EXPECT_THAT(command("uninstall", {"--local"}).err, testing::HasSubstr("on record: " + product()));
+  EXPECT_THAT(admin({"uninstall", product(), envi() + "5"}),
+              Ended(0, "\nNothing is installed; on record: " + product() + " in " + envi() + ".\n", ""));
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(Inverse, OfAPlainInstallationBesideAnotherOnRecordNamesThatOneToo) {
+  make_host();
+  fs::create_directories(path("host/second"));
+  whole_runs::copy_tree(envi(), path("host/second/envi54"));
+  expect_status(install({product(), path("host/second/envi54")}), 0);
+  expect_status(admin({"install", "--local", product(), envi()}), 0);
+  EXPECT_THAT(admin({"uninstall", product(), path("host/second/envi54")}).err,
+              testing::HasSubstr("so it cannot be taken back exactly; run its uninstall script with sh, and "
+                                 "put each launch script's backup NAME_original back in its place; on "
+                                 "record: " +
+                                 product() + " in " + envi() + " (--local)\n"));
+}
+
 TEST_F(Inverse, OfAPlainInstallationIsLeftToTheAdministrator) {
   make_host();
   expect_status(install({product(), envi()}), 0);
