@@ -1,10 +1,9 @@
-# Behind bench/statistics.awk. Reads what bench/plan prints and writes tables, growth and targets: what the plan of an
+# Behind bench/statistics.awk and bench/tables.awk. Reads what bench/plan prints and writes tables, growth and targets: what the plan of an
 # installation costs beside the installation. Ends with status 1 when a target is missed.
 #
 # Every number is the median over the rounds. A ratio or a difference is the median of the rounds'.
 
 END {
-  preset_count = split("release static", presets)
   program_count = split("plan installer again", programs)
   label["plan"] = "plan"
   label["installer"] = "installer"
@@ -23,23 +22,6 @@ function difference(tree, peer, other,    round, values) {
   for (round = 1; round <= rounds; ++round)
     values[round] = cpu[tree, peer, round] - cpu[tree, other, round]
   return median(values, rounds)
-}
-
-function name_of(tree,    parts) {
-  split(tree, parts, SUBSEP)
-  return parts[1] == "samples" ? "samples on the " (parts[2] == "disk" ? "disk" : "tmpfs") : tree_name(tree)
-}
-
-function print_table(tree,    i, j, peer, other) {
-  printf "%s\n\n%-28s %9s %11s %9s %8s %8s %9s\n", name_of(tree), "", "CPU s", "x installer", "wall s", "own MiB", "max MiB", "calls"
-  for (i = 1; i <= preset_count; ++i)
-    for (j = 1; j <= program_count; ++j) {
-      peer = presets[i] "-" programs[j]
-      other = presets[i] "-installer"
-      printf "%-28s %9.4f %11.2f %9.4f %8.1f %8.1f %9d\n", label[programs[j]] ", build/" presets[i], cpu_of(tree, peer),
-        ratio(tree, peer, other), wall_of(tree, peer), own_peak[tree, peer], max_peak(tree, peer), calls[tree, peer]
-    }
-  print ""
 }
 
 function check_targets(preset,    plan, installer, i, peak, tree, growth, more) {
@@ -66,5 +48,3 @@ function check_targets(preset,    plan, installer, i, peak, tree, growth, more) 
   check(peak < 64, sprintf("peak memory of its largest process over all trees: %.1f MiB; below 64", peak))
   print ""
 }
-
-function max(a, b) { return a > b ? a : b }
