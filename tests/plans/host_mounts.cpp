@@ -65,6 +65,11 @@ std::string a_mount_point(host &made) {
     points.push_back(target);
   std::erase_if(points,
                 [](const std::string &point) { return !fs::is_directory(fs::symlink_status(point)); });
+  // What is seen twice must not be hidden, for then it is seen once.
+  const std::string &twice = made.disk.second_mount.first;
+  std::erase_if(points, [&](const std::string &point) {
+    return !twice.empty() && (twice + "/").starts_with(point + "/");
+  });
   return any_of(made, points);
 }
 
