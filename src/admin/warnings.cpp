@@ -155,11 +155,16 @@ void look_at_block(const launch_script &script, const receipt &record, const reh
     found.add("edited-script", script.path);
 }
 
+// A slip in the argument is the likely cause.
+std::string no_envi_note(const std::string &directory) {
+  return real_path(directory) ? "" : "the ENVI directory does not exist: ";
+}
+
 void look_at_script(const launch_script &script, const receipt &record, const rehearsal &made,
                     collection &found) {
   const tree &disk = made.seen->disk();
   if (!follow(disk, script.path))
-    found.add("missing-script", script.path);
+    found.add("missing-script", script.path, no_envi_note(parent_of(parent_of(script.path))));
   const auto &stale = made.stale_backups;
   if (std::find(stale.begin(), stale.end(), script.backup) != stale.end())
     found.add("stale-backup", script.path);
@@ -244,8 +249,7 @@ void look_for_blanks(const target &host, const rehearsal &made, collection &foun
 void look_for_higher_idl(const target &host, collection &found) {
   const auto taken = idl_dir_of(host);
   if (!taken)
-    return found.add("no-idl", *host.envi_dir,
-                     real_path(*host.envi_dir) ? "" : "the ENVI directory does not exist: ");
+    return found.add("no-idl", *host.envi_dir, no_envi_note(*host.envi_dir));
   for (const owned_string &other : find_idl_directories(host.envi_dir->c_str()))
     if (*taken != other.get())
       found.add("higher-idl", other.get());

@@ -177,6 +177,8 @@ TEST_F(Install, NamesDirectoriesThatDoNotExist) {
               HasSubstr("the product directory does not exist: nothing of this directory would be deployed"));
   EXPECT_THAT(admin({"plan", product(), path("none")}).out,
               HasSubstr("the ENVI directory does not exist: there is no IDL directory"));
+  EXPECT_THAT(admin({"install", product(), path("none")}).err,
+              HasSubstr("the ENVI directory does not exist: there is no such launch script"));
   EXPECT_THAT(command("plan").out, testing::Not(HasSubstr("does not exist")));
 }
 
