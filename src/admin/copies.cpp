@@ -67,10 +67,6 @@ descriptor make_like(const struct stat &status, const std::string &path) {
 
 } // namespace
 
-std::string name_of(const std::string &path) {
-  return path.substr(path.rfind('/') + 1);
-}
-
 descriptor open_parent(const std::string &path) {
   open_how how{};
   how.flags = O_PATH | O_DIRECTORY | O_CLOEXEC;

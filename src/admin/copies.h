@@ -14,9 +14,6 @@ namespace korvalen::admin {
 // missing.
 descriptor open_parent(const std::string &path);
 
-// The last component of a path.
-std::string name_of(const std::string &path);
-
 // Writes all bytes of one open file to another, sharing them where the file system can.
 void copy_bytes(const descriptor &from, const descriptor &to, const std::string &what);
 

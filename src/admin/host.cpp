@@ -70,11 +70,17 @@ std::vector<launch_script> launch_scripts_of(const target &host) {
   return scripts;
 }
 
+std::string real_place(const std::string &path) {
+  const std::string parent = parent_of(path);
+  if (parent == "/")
+    return joined(parent, name_of(path));
+  return joined(real_path_or_place(parent), name_of(path));
+}
+
 std::string real_path_or_place(const std::string &path) {
   if (const auto real = real_path(path))
     return *real;
-  const std::string name = path.substr(path.rfind('/') + 1);
-  return joined(real_path(parent_of(path)).value_or(parent_of(path)), name);
+  return real_place(path);
 }
 
 std::string real_script_path(const launch_script &script) {
@@ -112,15 +118,14 @@ std::vector<std::string> real_directories_of(const target &host) {
 }
 
 std::vector<std::string> written_directories_of(const target &host) {
-  std::vector<std::string> given = {init_dir_of(host)};
-  for (const launch_script &script : launch_scripts_of(host))
-    given.push_back(parent_of(real_script_path(script)));
-  for (const deployment &step : deployments_of(host))
-    given.insert(given.end(), {step.source, step.target});
   std::vector<std::string> directories;
-  for (const std::string &directory : given)
-    if (const auto real = real_path(directory))
-      directories.push_back(*real);
+  add_real(directories, init_dir_of(host));
+  for (const launch_script &script : launch_scripts_of(host))
+    add_real(directories, parent_of(real_script_path(script)));
+  for (const deployment &step : deployments_of(host)) {
+    add_real(directories, step.source);
+    add_real(directories, step.target);
+  }
   return directories;
 }
 

@@ -43,7 +43,11 @@ std::vector<launch_script> launch_scripts_of(const target &host);
 // Where the script really stands: where it is a link, its target is what changes.
 std::string real_script_path(const launch_script &script);
 
-// The path without links; where it leads nowhere, that of its directory with its name.
+// The path without links on the way to its last component, which may be one. Directories that are missing are
+// looked for in the last one that is there.
+std::string real_place(const std::string &path);
+
+// The path without links; where it leads nowhere, its real place.
 std::string real_path_or_place(const std::string &path);
 
 // A directory of the product and the one that it is deployed into.

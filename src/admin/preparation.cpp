@@ -16,14 +16,6 @@ bool stays_a_directory(const change &one) {
   return kind_of(one) == change_kind::none && one.before.type == file_type::directory;
 }
 
-// Where the path would be made: directories that are missing too are looked for in the last one that is
-// there.
-std::string real_place(const std::string &path) {
-  const std::string parent = parent_of(path);
-  const auto real = real_path(parent);
-  return joined(real || parent == "/" ? real.value_or(parent) : real_place(parent), name_of(path));
-}
-
 // A backup that the run does not touch is on record as it is, so that a later one is seen.
 void add_backup(const rehearsal &made, const std::string &path,
                 std::map<std::string, journaled_path> &paths) {
@@ -41,7 +33,7 @@ std::map<std::string, std::string> sources_by_target(const target &host) {
   for (const deployment &step : deployments_of(host)) {
     const auto source = real_path(step.source);
     if (source)
-      sources[real_path(step.target).value_or(real_place(step.target))] = *source;
+      sources[real_path_or_place(step.target)] = *source;
   }
   return sources;
 }

@@ -172,6 +172,10 @@ std::string joined(const std::string &directory, std::string_view name) {
   return path.append(name);
 }
 
+std::string name_of(const std::string &path) {
+  return path.substr(path.rfind('/') + 1);
+}
+
 std::string parent_of(const std::string &path) {
   const std::size_t slash = path.rfind('/');
   if (slash == 0 || slash == std::string::npos)

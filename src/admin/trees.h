@@ -69,6 +69,9 @@ std::string link_target(const tree &in, const std::string &path);
 // Directory and name joined by one "/".
 std::string joined(const std::string &directory, std::string_view name);
 
+// The last component of a path.
+std::string name_of(const std::string &path);
+
 // The path without its last component; "/" for what lies in it.
 std::string parent_of(const std::string &path);
 

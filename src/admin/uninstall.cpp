@@ -90,12 +90,9 @@ removal removal_of(const receipt &record, const installation &going) {
   return made;
 }
 
-void add_warnings(const receipt &record, const removal &made, report &told) {
-  for (const std::string &path : made.stay) {
+void add_warnings(const removal &made, report &told) {
+  for (const std::string &path : made.stay)
     told.warnings.push_back(warning_of("changed-since", path));
-    if (const auto kept = find_path(record, path)->kept)
-      told.warnings.back().text += "/" + std::to_string(*kept);
-  }
   for (const std::string &path : made.filled)
     told.warnings.push_back(warning_of("not-empty", path));
   for (const change &one : made.changes)
@@ -267,7 +264,7 @@ void uninstall(const command &given, report &told) {
 
   const removal made = removal_of(record, *known);
   told.changes = made.changes;
-  add_warnings(record, made, told);
+  add_warnings(made, told);
   const bool changes = changes_something(told.changes);
   if (given.only_plan) {
     told.diff_of = [record](const change &one) { return diff_of_removal(record, one); };

@@ -23,6 +23,14 @@ std::string compare(const recorded_path &one, std::vector<change> &differences) 
   }
 }
 
+const char *finding_of(const installation &known, int status) {
+  if (status == 0)
+    return "Everything is as it should be";
+  if (known.is_leaving)
+    return "An uninstall left this, as it was changed since the installation";
+  return "The installation was changed since";
+}
+
 void refuse_unfinished(const store &kept) {
   if (!kept.read_journal())
     return;
@@ -57,10 +65,7 @@ void verify(const command &given, report &told) {
   told.status = changes_something(told.changes) || known->is_leaving ? 2 : 0;
   if (!unreadable.empty())
     throw failure(unreadable);
-  told.notes.emplace_back(told.status == 0 ? "Everything is as it should be"
-                          : known->is_leaving
-                              ? "An uninstall left this, as it was changed since the installation"
-                              : "The installation was changed since");
+  told.notes.emplace_back(finding_of(*known, told.status));
 }
 
 } // namespace korvalen::admin

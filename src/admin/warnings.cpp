@@ -178,7 +178,7 @@ void look_at_script(const launch_script &script, const receipt &record, const re
 
 bool is_of_script(const std::vector<launch_script> &scripts, const std::string &path) {
   return std::any_of(scripts.begin(), scripts.end(), [&](const launch_script &script) {
-    return path == real_script_path(script) || path.starts_with(script.backup);
+    return path == real_script_path(script) || path.starts_with(real_place(script.backup));
   });
 }
 

@@ -172,6 +172,18 @@ TEST_F(Install, NamesTheFilesThatWereChangedSinceTheFirstOne) {
   EXPECT_THAT(command("plan").out, HasSubstr("warning [found-changed] " + in_envi("save/k.sav") + "\n"));
 }
 
+TEST_F(Install, NamesNoBackupAmongTheChangedFilesWhateverNameEnviIsGivenBy) {
+  fs::create_directory_symlink(envi(), path("current"));
+  expect_status(admin({"install", product(), path("current")}), 0);
+  write_file(in_envi("bin/envi"), "#!/bin/sh\nexec upgraded\n", 0755);
+  write_file(in_envi("bin/envi_original"), "edited\n");
+  for (const std::string &name : {envi(), path("current")}) {
+    const std::string told = admin({"plan", product(), name}).out;
+    EXPECT_THAT(told, HasSubstr("[stale-backup]")) << name;
+    EXPECT_THAT(told, testing::Not(HasSubstr("[found-changed]"))) << name;
+  }
+}
+
 TEST_F(Install, NamesDirectoriesThatDoNotExist) {
   EXPECT_THAT(admin({"install", path("none"), envi()}).err,
               HasSubstr("the product directory does not exist: nothing of this directory would be deployed"));

@@ -440,6 +440,19 @@ TEST_F(InverseOfWhatChanged, LeavesItOnRecordHoweverOftenItIsRepeated) {
   }
 }
 
+TEST_F(InverseOfWhatChanged, IsToldWithWhatToDo) {
+  leave_edited_files();
+  const json left = told("uninstall");
+  std::set<std::string> texts;
+  for (const json &warning : left["warnings"])
+    if (warning["code"] == "changed-since")
+      texts.insert(warning["text"]);
+  EXPECT_THAT(texts, testing::ElementsAre(
+                         "it was changed since the installation and stays as it is; what was there before it "
+                         "stays in /var/lib/korvalen/kept; to have that back, move it away and give the "
+                         "command again"));
+}
+
 TEST_F(InverseOfWhatChanged, IsToldByVerify) {
   leave_edited_files();
   const json told_by = told("verify");

@@ -1,4 +1,5 @@
 #include "admin_faults/admin_sweep.h"
+#include "support/findings.h"
 
 #include <gtest/gtest.h>
 
@@ -19,16 +20,6 @@ using faults::uninstall_command;
 
 faults::strides every = {6007, 601};
 
-std::string joined(const std::vector<std::string> &findings) {
-  constexpr std::size_t shown = 40;
-  std::string text;
-  for (std::size_t i = 0; i < findings.size() && i < shown; ++i)
-    text += findings[i] + "\n";
-  if (findings.size() > shown)
-    text += "... and " + std::to_string(findings.size() - shown) + " more\n";
-  return text;
-}
-
 // Kills the processes that this one started, and waits until they are gone.
 void kill_children() {
   const std::string own = std::to_string(getpid());
@@ -45,7 +36,7 @@ void expect_all_or_nothing(const admin_scenario &what) {
     GTEST_SKIP() << "this system grants no mount namespace";
   const faults::tally result = faults::sweep(what, every);
   faults::print_table(std::cout, what, result);
-  EXPECT_EQ(joined(result.findings), "");
+  EXPECT_EQ(support::listed(result.findings), "");
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "faults/own_mounts.h"
 #include "faults/sweep.h"
+#include "support/findings.h"
 
 #include <gtest/gtest.h>
 
@@ -24,22 +25,12 @@ const faults::scenario system_layout = {"the product alone, in the system layout
                                         false,
                                         true};
 
-std::string joined(const std::vector<std::string> &findings) {
-  constexpr std::size_t shown = 40;
-  std::string text;
-  for (std::size_t i = 0; i < findings.size() && i < shown; ++i)
-    text += findings[i] + "\n";
-  if (findings.size() > shown)
-    text += "... and " + std::to_string(findings.size() - shown) + " more\n";
-  return text;
-}
-
 void expect_nothing_lost(const faults::scenario &what) {
   if (!faults::can_enter_own_mounts())
     GTEST_SKIP() << "this system grants no mount namespace";
   const faults::tally result = faults::sweep(what, stride);
   faults::print_table(std::cout, what, result);
-  EXPECT_EQ(joined(result.findings), "");
+  EXPECT_EQ(support::listed(result.findings), "");
 }
 
 } // namespace

@@ -216,16 +216,6 @@ void install_and_take_away(inverse_case &one) {
   }
 }
 
-std::string described(const inverse_case &one) {
-  std::string text = "of a host with";
-  for (const std::string &feature : one.disk.features)
-    text += "\n  " + feature;
-  text += "\ninstalled with";
-  for (const std::string &argument : one.disk.plan_arguments)
-    text += " " + argument;
-  return text;
-}
-
 void mount_memory(const std::string &point) {
   if (mount("plans", point.c_str(), "tmpfs", 0, "mode=0755") != 0)
     throw std::system_error(errno, std::generic_category(), "set-up: mount " + point);
@@ -246,7 +236,7 @@ case_result run_inverse_case(unsigned seed, const std::string &directory) {
   one.before = look_at(places_of(one.disk));
   install_and_take_away(one);
   if (!one.result.findings.empty())
-    one.find(described(one));
+    one.find(described(one.disk, "installed"));
   for (const std::string &feature : one.disk.features)
     one.count("hosts: " + feature);
   return one.result;

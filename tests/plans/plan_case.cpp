@@ -388,16 +388,6 @@ void install(plan_case &one, const std::vector<std::string> &stale_scripts) {
   one.after = look(one);
 }
 
-std::string described(const plan_case &one) {
-  std::string text = "of a host with";
-  for (const std::string &feature : one.disk.features)
-    text += "\n  " + feature;
-  text += "\nplanned with";
-  for (const std::string &argument : one.disk.plan_arguments)
-    text += " " + argument;
-  return text;
-}
-
 } // namespace
 
 case_result run_case(unsigned seed, const std::string &directory) {
@@ -418,7 +408,7 @@ case_result run_case(unsigned seed, const std::string &directory) {
       check_diff(one, change);
   }
   if (!one.result.findings.empty())
-    one.find(described(one));
+    one.find(described(one.disk, "planned"));
   for (const std::string &feature : one.disk.features)
     one.result.counted.insert("hosts: " + feature);
   fs::current_path("/");

@@ -1,4 +1,5 @@
 #include "plans/property.h"
+#include "support/findings.h"
 
 #include <gtest/gtest.h>
 
@@ -52,16 +53,6 @@ std::vector<unsigned> wanted_cases(const property &wanted) {
   return numbers;
 }
 
-std::string joined(const std::vector<std::string> &findings) {
-  constexpr std::size_t shown = 40;
-  std::string text;
-  for (std::size_t i = 0; i < findings.size() && i < shown; ++i)
-    text += findings[i] + "\n";
-  if (findings.size() > shown)
-    text += "... and " + std::to_string(findings.size() - shown) + " more\n";
-  return text;
-}
-
 } // namespace
 
 void expect_of_random_hosts(const property &wanted) {
@@ -74,7 +65,7 @@ void expect_of_random_hosts(const property &wanted) {
   for (const char *const name : wanted.wanted_counts)
     EXPECT_TRUE(cases.size() == 1 || result.counts.contains(name)) << "no random host led to: " << name;
   EXPECT_TRUE(result.findings.empty())
-      << joined(result.findings) << "repeat one with: plan_property --case NUMBER";
+      << support::listed(result.findings) << "repeat one with: plan_property --case NUMBER";
 }
 
 } // namespace plans

@@ -79,4 +79,14 @@ random_disk make_random_disk(unsigned seed, const std::string &directory) {
   return disk;
 }
 
+std::string described(const random_disk &disk, const char *what_was_done) {
+  std::string text = "of a host with";
+  for (const std::string &feature : disk.features)
+    text += "\n  " + feature;
+  text += "\n" + std::string(what_was_done) + " with";
+  for (const std::string &argument : disk.plan_arguments)
+    text += " " + argument;
+  return text;
+}
+
 } // namespace plans

@@ -30,6 +30,9 @@ struct random_disk {
   bool has_mount_without_second_names = false;
 };
 
+// What the host is like, and the arguments that it was planned or installed with.
+std::string described(const random_disk &disk, const char *what_was_done);
+
 // Names below it are not looked for by anybody; links never lead there.
 std::string elsewhere_of(const random_disk &disk);
 
