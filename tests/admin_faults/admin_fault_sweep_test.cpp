@@ -18,7 +18,7 @@ using faults::admin_scenario;
 using faults::install_command;
 using faults::uninstall_command;
 
-faults::strides every = {6007, 601};
+faults::strides every = {12007, 1201};
 
 // Kills the processes that this one started, and waits until they are gone.
 void kill_children() {

@@ -9,7 +9,7 @@
 
 namespace {
 
-long stride = 53;
+long stride = 97;
 
 const faults::scenario first_installation = {
     "a first installation", {"/mnt/opt/product", "/mnt/opt/envi54", "local"}, "opt/korvalen_uninstall.sh"};

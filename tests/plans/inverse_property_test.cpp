@@ -6,7 +6,7 @@
 #include <gtest/gtest.h>
 
 TEST(InverseProperty, AnUninstallGivesARandomHostExactlyAsItWasBeforeTheInstallation) {
-  plans::expect_of_random_hosts({.default_cases = 120,
+  plans::expect_of_random_hosts({.default_cases = 80,
                                  .run_case = plans::run_inverse_case,
                                  .wanted_counts = {
                                      "installed",
