@@ -149,6 +149,10 @@ TEST_F(Install, LetsOneCodeThroughAndNoOther) {
   expect_status(command("install", {"--force", "nounset", "--force", "missing-script"}), 0);
 }
 
+TEST_F(Install, SaysAtItsEndThatItStands) {
+  EXPECT_THAT(command("install").out, testing::EndsWith("\nEverything is installed and on record.\n"));
+}
+
 TEST_F(Install, ThatWasForcedAndStandsMayBeGivenAgain) {
   write_file(in_envi("bin/envi"), "#!/bin/sh -u\nif [ -n \"$1\" ]; then\n  :\nfi\n", 0755);
   expect_status(command("install", {"--force", "nounset"}), 0);
