@@ -137,9 +137,15 @@ bool asks_for_json(int argc, char **argv) {
 // Its own text would not say which.
 void refuse_unknown_command(int argc, char **argv) {
   const std::string_view first = argc > 1 ? argv[1] : "";
-  if (!first.starts_with('-') && named_command(argc, argv).empty())
-    throw failure((first.empty() ? "no command" : "unknown command \"" + std::string(first) + "\"") +
-                  "; the commands are plan, install, verify and uninstall; see korvalen_admin --help");
+  if (first.starts_with('-'))
+    return;
+  if (!named_command(argc, argv).empty())
+    return;
+  std::string problem = "no command";
+  if (!first.empty())
+    problem = "unknown command \"" + std::string(first) + "\"";
+  throw failure(problem +
+                "; the commands are plan, install, verify and uninstall; see korvalen_admin --help");
 }
 
 command read_arguments(int argc, char **argv) {

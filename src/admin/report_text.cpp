@@ -133,7 +133,10 @@ std::vector<warning_group> grouped(const std::vector<warning> &warnings) {
 
 void write_paths(std::ostream &out, const warning_group &group) {
   if (group.size() == 1) {
-    out << (group.front()->path.empty() ? "" : " " + visible(group.front()->path)) << '\n';
+    const std::string &path = group.front()->path;
+    if (!path.empty())
+      out << ' ' << visible(path);
+    out << '\n';
     return;
   }
   out << ' ' << group.size() << " times\n";

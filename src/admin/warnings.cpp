@@ -73,7 +73,9 @@ constexpr warning_kind kinds[] = {
 
 // The path that was given may be the one with the blanks, or with the backup beside it.
 void make_real(warning &one) {
-  const std::string real = one.path.empty() ? "" : real_path_or_place(one.path);
+  if (one.path.empty())
+    return;
+  const std::string real = real_path_or_place(one.path);
   if (real != one.path)
     one.text = "given as \"" + one.path + "\": " + one.text;
   one.path = real;
@@ -178,7 +180,9 @@ void look_at_script(const launch_script &script, const receipt &record, const re
 
 bool is_of_script(const std::vector<launch_script> &scripts, const std::string &path) {
   return std::any_of(scripts.begin(), scripts.end(), [&](const launch_script &script) {
-    return path == real_script_path(script) || path.starts_with(real_place(script.backup));
+    if (path == real_script_path(script))
+      return true;
+    return path.starts_with(real_place(script.backup));
   });
 }
 
