@@ -71,10 +71,7 @@ std::vector<launch_script> launch_scripts_of(const target &host) {
 }
 
 std::string real_place(const std::string &path) {
-  const std::string parent = parent_of(path);
-  if (parent == "/")
-    return joined(parent, name_of(path));
-  return joined(real_path_or_place(parent), name_of(path));
+  return joined(real_path_or_place(parent_of(path)), name_of(path));
 }
 
 std::string real_path_or_place(const std::string &path) {
