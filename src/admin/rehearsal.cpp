@@ -94,8 +94,9 @@ std::string path_on_device(const mounted &mount, const std::string &path) {
 bool reaches(const view &seen, const std::vector<std::string> &paths, const mounted &mount,
              const std::string &directory) {
   return std::any_of(paths.begin(), paths.end(), [&](const std::string &path) {
-    return mount_of(seen.mounts(), path).point == mount.point &&
-           lies_in(path_on_device(mount, path), directory);
+    if (mount_of(seen.mounts(), path).point != mount.point)
+      return false;
+    return lies_in(path_on_device(mount, path), directory);
   });
 }
 

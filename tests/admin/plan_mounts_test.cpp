@@ -249,6 +249,15 @@ TEST_F(PlanOverMounts, OfOneDirectoryWrittenThroughOneIsTrue) {
   EXPECT_THAT(expect_true_plan(), IsSupersetOf(both));
 }
 
+// What is placed through the one would be deployed through the other.
+TEST_F(PlanOverMounts, OfOneDirectoryReadThroughOneAndPlacedInThroughTheOtherIsRefused) {
+  make_host();
+  fs::create_directories(source("envi/custom_code"));
+  bind(source("envi/custom_code"), envi() + "/save");
+  EXPECT_EQ(refusal(), "/ and ~/envi54/save cannot be rehearsed together: they are mounts of the same "
+                       "directory, and the run writes through both");
+}
+
 TEST_F(PlanOverMounts, OfOnePartOfAFileSystemWrittenThroughTwoIsRefused) {
   make_host();
   mount_memory(path("memory"));

@@ -18,6 +18,19 @@ class Warnings : public planned_run {
 protected:
   Warnings() { make_host(); }
 
+  // Where the product is read-only, and a file stands for the null device: the shell can silence no listing,
+  // says so, and lists nothing.
+  std::function<void()> silenced_nowhere() {
+    write_file(path("null"), "");
+    bind(product(), product());
+    make_read_only(product());
+    return [this] {
+      must(unshare(CLONE_NEWNS), "unshare");
+      must(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount");
+      must(mount(path("null").c_str(), "/dev/null", nullptr, MS_BIND, nullptr), "mount");
+    };
+  }
+
   // A line "CODE PATH" each.
   std::vector<std::string> warned(const std::string &product_dir, const std::string &envi) const {
     const support::outcome planned = support::run({support::admin_path, "plan", "--json", product_dir, envi});
@@ -78,18 +91,9 @@ TEST_F(Warnings, NameEveryMissingScript) {
                                     "missing-script ~/envi54/idl86/bin/idlde"));
 }
 
-// The shell cannot silence the listings there, says so, and lists nothing.
 TEST_F(Warnings, TellWhatStandsOnStandardErrorThoughTheInstallerEndsWell) {
-  write_file(path("null"), "");
   ship("envi/extensions/quorin_core.sav"); // which could not be removed, and is not deployed either
-  bind(product(), product());
-  make_read_only(product());
-  const auto no_null_device = [this] {
-    must(unshare(CLONE_NEWNS), "unshare");
-    must(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr), "mount");
-    must(mount(path("null").c_str(), "/dev/null", nullptr, MS_BIND, nullptr), "mount");
-  };
-  const json object = json::parse(plan_under(no_null_device, "--json").out, nullptr, false);
+  const json object = json::parse(plan_under(silenced_nowhere(), "--json").out, nullptr, false);
   EXPECT_EQ(object["installer"]["status"], 0) << object.dump(1);
   std::vector<std::string> texts;
   for (const json &one : object.at("warnings")) {
@@ -99,6 +103,15 @@ TEST_F(Warnings, TellWhatStandsOnStandardErrorThoughTheInstallerEndsWell) {
   }
   EXPECT_THAT(texts, ElementsAre(testing::HasSubstr("/dev/null: Read-only file system\": see what the "
                                                     "installer prints, and mend the cause")));
+}
+
+TEST_F(Warnings, AreToldWhereAFileHasTheNameOfADirectoryThatIsNotDeployed) {
+  write_file(source("envi/save/both.sav/inside"), "of the product");
+  write_file(envi() + "/save/both.sav", "the host's");
+  const support::outcome planned = plan_under(silenced_nowhere(), "--json");
+  const json object = json::parse(planned.out, nullptr, false);
+  EXPECT_FALSE(object.contains("error")) << planned;
+  EXPECT_EQ(object["installer"]["status"], 0) << planned;
 }
 
 TEST_F(Warnings, TellAProductThatHoldsDirectoriesAndNoFile) {
