@@ -260,9 +260,10 @@ struct restoring {
 };
 
 std::optional<struct stat> present_status(const std::string &path) {
+  const std::string name = name_of(path);
   const descriptor directory = open_parent(path);
   struct stat status {};
-  if (directory && fstatat(directory.get(), name_of(path).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
+  if (directory && fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0)
     return status;
   if (!is_not_there())
     fail("cannot look up " + path);
@@ -316,10 +317,16 @@ void note_standing_names(restoring &all, const std::vector<wanted_path> &paths) 
   }
 }
 
+std::optional<std::pair<dev_t, ino_t>> file_at(const std::string &path) {
+  const auto status = present_status(path);
+  if (!status)
+    return std::nullopt;
+  return std::pair(status->st_dev, status->st_ino);
+}
+
 bool is_same_file(const std::string &path, const std::string &other) {
-  const auto one = present_status(path);
-  const auto two = present_status(other);
-  return one && two && one->st_dev == two->st_dev && one->st_ino == two->st_ino;
+  const auto file = file_at(path);
+  return file && file == file_at(other);
 }
 
 // A name may stand as wanted and be a file of its own since it was removed and made again.

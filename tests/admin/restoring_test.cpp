@@ -163,6 +163,20 @@ TEST_F(Restoring, JoinsTheNamesOfOneFileWhicheverOfThemStands) {
   }
 }
 
+TEST_F(Restoring, MakesANameAFileOfItsOwnWhereTheOtherWentMeanwhile) {
+  ASSERT_EQ(restore_to("a", file_state), restored::done);
+  ASSERT_EQ(restore_to("c", file_state), restored::done);
+  must(removexattr(at("c").c_str(), "user.note"), "removexattr");
+  const restored_paths done =
+      restore_all({{at("a"), file_state, kept_file, 0},
+                   {at("b"), link_state, {}, 1},
+                   {at("c"), file_state, kept_file, 2}},
+                  false, [this](const wanted_path &, const state &) { fs::remove(at("a")); });
+  EXPECT_EQ(done.problems, std::vector<std::string>{});
+  EXPECT_FALSE(fs::exists(at("a")));
+  EXPECT_EQ(tree()[at("c")], restored_file) << "it was made again";
+}
+
 TEST_F(Restoring, RemovesWhatAnInterruptedAttemptLeftAndNothingElse) {
   ASSERT_EQ(restore_to("p", file_state), restored::done);
   const exact_tree result = tree();
