@@ -181,8 +181,8 @@ void restore_with_backups_last(const removal &made, report &told) {
     (goes_last(made, one) ? last : first).push_back(one);
     paths.push_back(one.path);
   }
-  for (const auto &some : {first, last}) {
-    restore_or_fail(made, some, told);
+  for (const auto *const some : {&first, &last}) {
+    restore_or_fail(made, *some, told);
     flush_file_systems(paths);
   }
 }
@@ -209,12 +209,18 @@ bool mentions_variable(const target &host) {
   return !host.envi_dir && is_configured;
 }
 
-// What is on record, so that a slip in the arguments is seen.
+// What is on record, so that a slip in the arguments is seen; to be put behind another text.
 std::string listed(const receipt &record) {
   std::string list;
-  for (const installation &one : record.installations)
-    list += (list.empty() ? "on record: " : "; ") + one.product_dir +
-            (one.envi_dir ? " in " + *one.envi_dir : "") + (one.local_layout ? " (--local)" : "");
+  const char *lead = "; on record: ";
+  for (const installation &one : record.installations) {
+    list += lead + one.product_dir;
+    if (one.envi_dir)
+      list += " in " + *one.envi_dir;
+    if (one.local_layout)
+      list += " (--local)";
+    lead = "; ";
+  }
   return list;
 }
 
@@ -226,7 +232,7 @@ bool has_one_for(const receipt &record, const std::optional<std::string> &envi_d
 }
 
 void tell_nothing_on_record(const target &host, const receipt &record, report &told) {
-  const std::string others = record.installations.empty() ? "" : "; " + listed(record);
+  const std::string others = listed(record);
   if (!mentions_variable(host)) {
     told.notes.push_back("Nothing is installed" + others);
     return;

@@ -465,6 +465,17 @@ TEST_F(InverseOfWhatChanged, IsToldByVerify) {
               testing::HasSubstr("An uninstall left this, as it was changed since the installation"));
 }
 
+TEST_F(InverseOfWhatChanged, IsToldByVerifyAlsoWhereItIsAsInstalledAgain) {
+  make_host();
+  expect_status(command("install"), 0);
+  const std::string installed = read_file(kept_file());
+  write_file(kept_file(), "edited", 0755);
+  EXPECT_EQ(told("uninstall")["status"], 2);
+  write_file(kept_file(), installed, 0755);
+  EXPECT_THAT(command("verify"),
+              Ended(2, "\nAn uninstall left this, as it was changed since the installation.\n", ""));
+}
+
 TEST_F(InverseOfWhatChanged, IsCompleteOnceTheFilesAreMovedAway) {
   leave_edited_files();
   fs::remove(kept_file());
@@ -537,6 +548,16 @@ TEST_F(Inverse, OfAnotherInstallationThanTheOneOnRecordNamesThatOne) {
   EXPECT_THAT(admin({"uninstall", product(), envi() + "5"}),
               Ended(0, "\nNothing is installed; on record: " + product() + " in " + envi() + ".\n", ""));
   EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(Inverse, OfAnotherInstallationNamesEachOnRecordAsItWasGiven) {
+  make_host();
+  expect_status(admin({"install", product()}), 0);
+  expect_status(admin({"install", "--local", product(), envi()}), 0);
+  EXPECT_THAT(admin({"uninstall", product() + "n", envi()}),
+              Ended(1, "",
+                    "korvalen_admin: no such installation is on record; on record: " + product() + "; " +
+                        product() + " in " + envi() + " (--local)\n"));
 }
 
 TEST_F(Inverse, OfAPlainInstallationBesideAnotherOnRecordNamesThatOneToo) {
