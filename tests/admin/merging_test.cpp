@@ -115,6 +115,20 @@ TEST_F(Merging, KeepsANameThatCameBackWhileTheRunTouchesAnotherNameOfItsFile) {
   EXPECT_EQ(find_path(merged.record, path("touched"))->kept, 5U);
 }
 
+TEST_F(Merging, KeepsANameThatStandsAsItWasLeftWhileTheRunTouchesAnotherNameOfItsFile) {
+  receipt record;
+  record.installations = {installed("/product", 1)};
+  const state left = standing("as_left");
+  record.paths = {{path("as_left"), file(6), left, {1}, 5},
+                  {path("none/gone"), file(6), left, {1}, 5},
+                  {path("touched"), file(6), left, {1}, 5}};
+  const merge_result merged =
+      merge(record, installed("/product"), {1, {{path("touched"), left, file(7), 6}}}, {});
+  ASSERT_EQ(merged.record.paths.size(), 2U) << "what is gone is the host's";
+  EXPECT_EQ(merged.record.paths[0].path, path("as_left"));
+  EXPECT_TRUE(is_same(merged.record.paths[0].after, left)) << "it is no change to verify";
+}
+
 TEST_F(Merging, LeavesToTheHostWhatCameBackAlone) {
   receipt record;
   record.installations = {installed("/product", 1)};

@@ -1,5 +1,8 @@
 #include "admin/admin_run.h"
 #include "support/child.h"
+#include "support/disturbance.h"
+
+#include <sys/syscall.h>
 
 using namespace admin_runs;
 using support::Ended;
@@ -41,6 +44,15 @@ TEST_F(Output, WhoseReaderIsGoneLeavesEachCommandItsWorkAndItsStatus) {
     EXPECT_THAT(command_into(no_reader, "uninstall", option), Ended(0, "", ""));
     EXPECT_EQ(differences(before, everything()), "");
   }
+}
+
+TEST_F(Output, IsWholeAlthoughASignalInterrupts) {
+  EXPECT_THAT(support::call([] {
+                support::disturb({SYS_write, EINTR, [](int count) { return count == 1; }});
+                execl(support::admin_path, support::admin_path, "--version", nullptr);
+                return 127;
+              }),
+              Ended(0, "korvalen_admin 1.0.0\n", ""));
 }
 
 TEST_F(Output, OfErrorsWhoseReaderIsGoneLeavesARefusalItsStatus) {

@@ -4,6 +4,7 @@
 #include "admin/admin_run.h"
 #include "admin/failure_under.h"
 
+#include <sstream>
 #include <sys/file.h>
 #include <sys/syscall.h>
 
@@ -19,6 +20,36 @@ class Store : public admin_run {
 protected:
   static void open_it() { const store made(access::change); }
   static bool is_first(int count) { return count == 1; }
+  ~Store() override { close(lock_); }
+  void lock_it() {
+    fs::create_directory(state_dir);
+    lock_ = open(state_dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    must(flock(lock_, LOCK_EX), "flock");
+  }
+  // What whoever would change something is told under this table of locks. Here a minute of waiting takes no
+  // time.
+  std::string told_with_locks(const std::string &table) const {
+    write_file(path("locks"), table);
+    must(mount(path("locks").c_str(), "/proc/locks", nullptr, MS_BIND, nullptr), "mount");
+    std::string told = told_without(SYS_clock_nanosleep, 0, open_it);
+    umount2("/proc/locks", MNT_DETACH);
+    return told;
+  }
+  // The device and number of a file that the process has locked.
+  static std::string locked_by(pid_t process) {
+    std::istringstream locks(support::read_file("/proc/locks"));
+    for (std::string line; std::getline(locks, line);) {
+      std::istringstream words(line);
+      std::string number, kind, advisory, access, holder, file;
+      words >> number >> kind >> advisory >> access >> holder >> file;
+      if (kind == "FLOCK" && holder == std::to_string(process))
+        return file;
+    }
+    return "";
+  }
+
+private:
+  int lock_ = -1;
 };
 
 TEST_F(Store, NamesWhatTheKernelRefuses) {
@@ -54,17 +85,29 @@ TEST_F(Store, IsLockedAlthoughASignalInterrupts) {
             "locked");
 }
 
-// Here a minute of waiting takes no time.
 TEST_F(Store, IsHeldByAnotherProcessWhereTheKernelDoesNotTellByWhich) {
-  fs::create_directory(state_dir);
-  const int lock = open(state_dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  must(flock(lock, LOCK_EX), "flock");
-  write_file(path("locks"), "");
-  must(mount(path("locks").c_str(), "/proc/locks", nullptr, MS_BIND, nullptr), "mount");
-  const std::string told = told_without(SYS_clock_nanosleep, 0, open_it);
-  umount2("/proc/locks", MNT_DETACH);
-  close(lock);
-  EXPECT_EQ(told, "another process is at work with /var/lib/korvalen; try again when it has ended");
+  lock_it();
+  EXPECT_EQ(told_with_locks(""),
+            "another process is at work with /var/lib/korvalen; try again when it has ended");
+}
+
+TEST_F(Store, IsHeldByTheProcessWithThatLockAndNoOther) {
+  lock_it();
+  const std::string file = locked_by(getpid());
+  ASSERT_NE(file, "") << "the set-up: the kernel tells of no lock";
+  const running_program holder({"/bin/sleep", "100"}, path("holder"));
+  const std::string number = std::to_string(holder.process());
+  ASSERT_TRUE(comes_true(
+      [&] { return support::read_file("/proc/" + number + "/cmdline").starts_with("/bin/sleep"); }));
+  EXPECT_EQ(told_with_locks("1: POSIX  ADVISORY  READ 1 " + file + " 0 EOF\n" +
+                            "2: FLOCK  ADVISORY  WRITE 1 00:00:1 0 EOF\n" + "3: FLOCK  ADVISORY  WRITE " +
+                            number + " " + file + " 0 EOF\n"),
+            "process " + number +
+                " (/bin/sleep 100) is at work with /var/lib/korvalen; try again when it has ended");
+}
+
+TEST_F(Store, ThatWasNeverMadeIsAtWorkForNobody) {
+  EXPECT_EQ(store(access::look).who_works(), std::nullopt);
 }
 
 TEST_F(Store, KeepsNothingThatNobodyNeedsWhateverItsName) {

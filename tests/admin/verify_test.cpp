@@ -1,4 +1,8 @@
 #include "admin/admin_run.h"
+#include "admin/records.h"
+#include "support/disturbance.h"
+
+#include <sys/syscall.h>
 
 using namespace admin_runs;
 using support::Ended;
@@ -157,6 +161,20 @@ TEST_F(Verify, SaysThatARunWasInterrupted) {
   write_file(run_file, R"({"version":1,"checksum":"2d06800538d394c2","content":null})"
                        "\n");
   EXPECT_EQ(command("verify").status, 1);
+}
+
+TEST_F(Verify, TakesARunThatEndsMeanwhileForNoInterruptedOne) {
+  expect_status(command("install"), 0);
+  write_file(run_file, korvalen::admin::text_of(korvalen::admin::journal{2, {}}));
+  ASSERT_THAT(command("verify").err, testing::StartsWith("korvalen_admin: interrupted: ")) << "the set-up";
+  const auto when_asked_who_works = [](int count) { return count == 1; };
+  EXPECT_THAT(support::call([&] {
+                support::disturb({SYS_flock, 0, when_asked_who_works, [] { fs::remove(run_file); }});
+                execl(support::admin_path, support::admin_path, "verify", product().c_str(), envi().c_str(),
+                      nullptr);
+                return 127;
+              }),
+              Ended(0, "\nEverything is as it should be.\n", ""));
 }
 
 TEST_F(Verify, KnowsNothingOfWhatIsNotOnRecord) {
