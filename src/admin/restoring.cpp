@@ -325,8 +325,9 @@ std::optional<std::pair<dev_t, ino_t>> file_at(const std::string &path) {
 }
 
 bool is_same_file(const std::string &path, const std::string &other) {
-  const auto file = file_at(path);
-  return file && file == file_at(other);
+  const auto one = file_at(path);
+  const auto two = file_at(other);
+  return one && one == two;
 }
 
 // A name may stand as wanted and be a file of its own since it was removed and made again.
