@@ -72,6 +72,13 @@ TEST_F(StateDirectory, IsRefusedWithAReceiptThatIsADirectoryOrALink) {
             "korvalen_admin: cannot read " + receipt_file + ": Too many levels of symbolic links\n");
 }
 
+TEST_F(StateDirectory, IsRefusedWithAReceiptThatIsAFifoWithoutWaitingForItsOtherEnd) {
+  for (const char *name : {"kept", "aside"})
+    fs::create_directories(state_dir + "/" + name);
+  must(mkfifo(receipt_file.c_str(), 0644), "mkfifo");
+  EXPECT_THAT(refusal(), testing::StartsWith("korvalen_admin: cannot read"));
+}
+
 TEST_F(StateDirectory, IsRefusedWithAReceiptThatHoldsAPathThatIsNotPlain) {
   for (const char *name : {"kept", "aside"})
     fs::create_directories(state_dir + "/" + name);

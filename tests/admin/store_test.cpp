@@ -122,6 +122,35 @@ TEST_F(Store, KeepsNothingThatNobodyNeedsWhateverItsName) {
             "cannot remove /var/lib/korvalen/kept/x: Directory not empty");
 }
 
+TEST_F(Store, WritesOverWhatAnInterruptedWriteLeft) {
+  open_it();
+  write_file(receipt_file + ".new", std::string(100'000, 'x'));
+  receipt record;
+  record.run = 7;
+  store(access::change).write(record);
+  EXPECT_EQ(told_under([] {}, [] { std::cout << store(access::look).read_receipt().run; }), "7");
+  EXPECT_FALSE(fs::exists(receipt_file + ".new"));
+}
+
+TEST_F(Store, WritesThroughNoLinkThatLiesBesideItsFiles) {
+  open_it();
+  write_file(path("theirs"), "somebody's");
+  fs::create_symlink(path("theirs"), receipt_file + ".new");
+  const auto write = [] { store(access::change).write(receipt{}); };
+  EXPECT_EQ(told_under([] {}, write),
+            "cannot write /var/lib/korvalen/receipt.json.new: Too many levels of symbolic links");
+  EXPECT_EQ(support::read_file(path("theirs")), "somebody's");
+  EXPECT_EQ(told_under([] {}, write), "") << "the link was left in the way";
+}
+
+TEST_F(Store, RemovesWithTheJournalWhatWasWrittenBesideAndNeverRenamed) {
+  open_it();
+  for (const char *name : {"run.json", "run.json.new", "receipt.json.new", "receipt.json"})
+    write_file(state_dir + "/" + name, "half");
+  store(access::change).remove_journal();
+  EXPECT_EQ(support::file_names(support::snapshot(state_dir)), "receipt.json\n");
+}
+
 TEST_F(Store, NamesARunDirectoryThatCannotBeRemoved) {
   open_it();
   mount_memory(state_dir + "/run");
