@@ -155,6 +155,18 @@ TEST_F(FullDisk, OfTheStateDirectoryIsRefusedBeforeAnythingIsTouched) {
   expect_convergence(before, state_dir);
 }
 
+// Not when half of them are there, and with the numbers that tell how much is missing.
+TEST_F(FullDisk, OfTheStateDirectoryIsToldBeforeAnyBytesAreKept) {
+  mount_memory(state_dir, "mode=0755,size=400k");
+  make_host();
+  write_file(in_envi("save/k.sav"), std::string(600'000, 'k'), 0640);
+  const support::outcome ended = command("install");
+  EXPECT_EQ(ended.status, 1) << ended;
+  EXPECT_THAT(ended.err,
+              testing::ContainsRegex("^korvalen_admin: too little space on the file system of " + state_dir +
+                                     ": [0-9]{6} bytes are to be kept, 409600 are free\n$"));
+}
+
 TEST_F(FullDisk, OfTheStateDirectoryWhenTheRecordIsWrittenTakesEverythingBack) {
   mount_memory(state_dir, "mode=0755,size=600k");
   make_host();
