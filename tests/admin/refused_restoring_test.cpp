@@ -234,6 +234,40 @@ TEST_F(RefusedRestoring, GivesAFileThatStandsItsAttributesAndTimeBackAndADirecto
       << "whoever has its time was not written";
 }
 
+// The link comes after the look at what stands there.
+TEST_F(RefusedRestoring, GivesNothingToWhatALinkLeadsToThatSomebodyPutInTheWayMeanwhile) {
+  fs::create_directory(path("theirs"));
+  write_file(path("theirs/file"), "kept bytes", 0600);
+  const exact_tree theirs = exact({path("theirs")});
+  const auto put_link = [this](const char *target) {
+    fs::remove(at("p"));
+    fs::create_symlink(path(target), at("p"));
+  };
+  const auto told_after = [&](int call, const char *target, const std::function<void()> &code) {
+    const auto then = [call](int count) { return count == call; };
+    return short_of(told_under(
+        [&] {
+          support::disturb({SYS_openat, 0, then, [&] { put_link(target); }});
+        },
+        code));
+  };
+  a_directory(at("p"));
+  EXPECT_EQ(told_after(1, "theirs", restoring(directory_state)),
+            "cannot open the directory ~/p: Not a directory");
+  fs::remove(at("p"));
+  write_file(at("p"), "kept bytes", 0600);
+  state standing = {file_type::file, 0600, 0, 0, 10};
+  standing.hash = hash_of(open_tree_at(""), at("p"));
+  const auto restore_it = [&] {
+    for (const std::string &problem :
+         restore_all({{at("p"), standing, kept_file, 0}}, true, [](const wanted_path &, const state &) {
+         }).problems)
+      std::cout << problem;
+  };
+  EXPECT_EQ(told_after(2, "theirs/file", restore_it), "cannot open ~/p: Too many levels of symbolic links");
+  EXPECT_EQ(differences(theirs, exact({path("theirs")})), "");
+}
+
 TEST_F(RefusedRestoring, HasNothingToDoWhereWhatShouldBeAbsentHasNoDirectory) {
   const exact_tree before = tree();
   const restored_paths done =
