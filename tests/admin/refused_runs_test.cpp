@@ -77,6 +77,13 @@ TEST_F(RefusedRun, OfAnInstallationThatIsOnRecordSaysThatItStands) {
   expect_status(command("verify"), 0);
 }
 
+// A journal without them could never be taken back.
+TEST_F(RefusedRun, LosesNoKeptBytesAsLongAsTheJournalStands) {
+  const auto before_its_end = [](int) { return fs::exists(run_file) && fs::exists(receipt_file); };
+  expect_status(under([&] { disturb({SYS_unlink, EIO, before_its_end}); }, {"install"}), 0);
+  expect_status(command("verify"), 0);
+}
+
 TEST_F(RefusedRun, BySomebodysChangeAfterTheJournalStandsTouchesNothing) {
   const auto change = [this] { write_file(in_envi("bin/envi"), "somebody's", 0755); };
   const support::outcome ended = under([&] { disturb({SYS_renameat, 0, first, change}); }, {"install"});
@@ -86,6 +93,25 @@ TEST_F(RefusedRun, BySomebodysChangeAfterTheJournalStandsTouchesNothing) {
   EXPECT_EQ(ended.status, 1);
   EXPECT_FALSE(fs::exists(run_file));
   EXPECT_EQ(read_file(in_envi("save/k.sav")), "the host's own");
+}
+
+TEST_F(RefusedRun, WithACopyThatIsNotWhatTheRehearsalSawTouchesNothing) {
+  const exact_tree before = everything();
+  const std::string kept = state_dir + "/kept";
+  const auto is_kept = [&](int) { return fs::exists(kept) && !fs::is_empty(kept); };
+  const auto spoil = [&] {
+    for (const fs::directory_entry &copy : fs::directory_iterator(kept))
+      write_file(copy.path(), "other bytes");
+  };
+  const support::outcome ended = under([&] { disturb({SYS_fsync, 0, is_kept, spoil}); }, {"install"});
+  EXPECT_EQ(ended.err,
+            "korvalen_admin: " + in_envi("bin/envi") +
+                " was changed by somebody else meanwhile; nothing was touched, give the command again\n");
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(differences(before, everything()), "");
+  EXPECT_FALSE(fs::exists(run_file));
+  EXPECT_FALSE(fs::exists(receipt_file));
+  EXPECT_TRUE(fs::is_empty(kept));
 }
 
 TEST_F(RefusedRun, OfAReadingVerificationNamesTheFirstFileAndTheReason) {
@@ -129,6 +155,47 @@ TEST_F(RefusedRun, OfAnUninstallationLeavesADirectoryThatSomebodyFillsMeanwhile)
                                    in_envi("resource/langcat") + "\n"));
   EXPECT_THAT(ended.out, testing::Not(HasSubstr("removed   " + in_envi("resource/langcat") + "/\n")));
   EXPECT_EQ(read_file(in_envi("resource/langcat/theirs.cat")), "somebody's");
+}
+
+// The next installation would take a script that is still patched, and has no backup, for an original.
+TEST_F(RefusedRun, OfAnUninstallationLeavesTheBackupsWhereAScriptCannotComeBack) {
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  const support::outcome ended = under([] { disturb({SYS_renameat, EIO, first}); }, {"uninstall"});
+  EXPECT_EQ(ended.err, "korvalen_admin: cannot rename to " + in_envi("bin/envi") +
+                           ": Input/output error; mend that and give the command again\n");
+  EXPECT_EQ(read_file(in_envi("bin/envi")), patched_envi_script("envi", "/etc/quorin"));
+  EXPECT_TRUE(fs::exists(in_envi("bin/envi_original")));
+  EXPECT_TRUE(fs::exists(in_envi("bin/envi_rt_original"))) << "they all go last";
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(RefusedRun, OfAnUninstallationLosesNoKeptBytesWhereTheRecordCannotBeWritten) {
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  const exact_tree kept = exact({state_dir + "/kept"});
+  const auto of_the_receipt = [](int) { return fs::exists(receipt_file + ".new"); };
+  const support::outcome ended = under([&] { disturb({SYS_renameat, EIO, of_the_receipt}); }, {"uninstall"});
+  EXPECT_EQ(ended.err, "korvalen_admin: cannot rename " + receipt_file + ".new: Input/output error\n");
+  EXPECT_EQ(ended.status, 1);
+  EXPECT_EQ(differences(kept, exact({state_dir + "/kept"})), "");
+  EXPECT_FALSE(fs::exists(receipt_file + ".new")) << "it takes up room beside what stands there";
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
+TEST_F(RefusedRun, RemovesWhatAKilledUninstallationLeftBesideAPath) {
+  expect_status(command("install"), 0);
+  const json paths = json::parse(read_file(receipt_file))["content"]["paths"];
+  std::string beside;
+  for (std::size_t number = 0; number < paths.size(); ++number)
+    if (paths[number]["path"] == in_envi("save/k.sav"))
+      beside = in_envi("save/.korvalen-" + std::to_string(number));
+  write_file(beside, "the host's");
+  expect_status(command("install"), 0);
+  EXPECT_FALSE(fs::exists(beside));
+  EXPECT_EQ(read_file(in_envi("save/k.sav")), "envi/save/k.sav\n");
 }
 
 TEST_F(RefusedRun, IsPutOnRecordAgainWhereTheRecordKnowsLess) {

@@ -4,6 +4,8 @@
 #include "admin/admin_run.h"
 #include "admin/failure_under.h"
 
+#include <sys/syscall.h>
+
 using namespace admin_runs;
 using namespace korvalen::admin;
 using admin_tests::told_under;
@@ -159,6 +161,33 @@ TEST_F(TakingBack, PutsAsideWhatItCannotCompareAsTheProductIsGone) {
   EXPECT_EQ(take_back_one(from_the_product),
             "What stood at " + at("p") + " is now " + state_dir + "/aside/3.p\n");
   EXPECT_FALSE(fs::exists(at("p")));
+}
+
+// What is killed between the two could not be taken back any more.
+TEST_F(TakingBack, LosesNoKeptBytesAsLongAsTheJournalStands) {
+  write_file(at("p"), after_bytes, 0644);
+  kept().write(journal{3, {changed("p")}});
+  const auto with_the_journal = [](int) { return fs::exists(run_file); };
+  EXPECT_EQ(told_under(
+                [&] {
+                  support::disturb({SYS_unlink, EIO, with_the_journal});
+                },
+                [&] { recover(kept()); }),
+            "");
+  EXPECT_EQ(read_file(at("p")), found_bytes);
+  EXPECT_TRUE(fs::is_empty(state_dir + "/kept"));
+}
+
+TEST_F(TakingBack, PutsAsideWhatCannotBeReadForAComparison) {
+  write_file(at("p"), found_bytes.substr(0, 4), 0644);
+  const auto unreadable = [] { support::fail_system_call(SYS_pread64, EIO); };
+  EXPECT_EQ(told_under(unreadable,
+                       [&] {
+                         for (const std::string &sentence : take_back(kept(), {3, {changed("p")}}).aside)
+                           std::cout << sentence;
+                       }),
+            "What stood at " + at("p") + " is now " + state_dir + "/aside/3.p");
+  EXPECT_EQ(read_file(at("p")), found_bytes);
 }
 
 TEST_F(TakingBack, FinishesARunThatIsOnRecordAndTakesNothingBack) {
