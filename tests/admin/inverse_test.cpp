@@ -518,6 +518,24 @@ TEST_F(InverseOfWhatChanged, DoesNotKeepAnotherProductFromGoing) {
   EXPECT_EQ(differences(left, exact({envi(), "/etc"})), "");
 }
 
+// Nothing changes on disk then, but what was only left is an installation again.
+TEST_F(Inverse, OfWhichEverythingWasLeftIsOnRecordAgainAfterAnInstallation) {
+  make_host();
+  expect_status(admin({"install", product()}), 0);
+  const std::string script = "/etc/quorin/korvalen_uninstall.sh";
+  const std::string configuration = whole_runs::configuration_in_etc;
+  for (const std::string &file : {configuration, script}) {
+    fs::rename(file, fs::path("/etc") / fs::path(file).filename());
+    write_file(file, "edited");
+  }
+  expect_status(admin({"uninstall", product()}), 2);
+  for (const std::string &file : {configuration, script})
+    fs::rename(fs::path("/etc") / fs::path(file).filename(), file);
+  EXPECT_EQ(admin({"verify", product()}).status, 2) << "it is still what an uninstallation left";
+  expect_status(admin({"install", product()}), 0);
+  expect_status(admin({"verify", product()}), 0);
+}
+
 TEST_F(Inverse, IsDoneOnce) {
   make_host();
   expect_status(command("install"), 0);
