@@ -143,6 +143,18 @@ TEST_F(Restoring, MakesDirectoriesBeforeWhatLaysInThemAndRemovesTheDeepestFirst)
   EXPECT_EQ(differences(result, tree()), "");
 }
 
+TEST_F(Restoring, BringsADirectoryBackWithWhatLayInItWhereALinkToAnotherOneStands) {
+  fs::create_directory(at("elsewhere"));
+  exact_tree result = tree();
+  fs::create_symlink("elsewhere", at("back"));
+  const restored_paths done = restore_them(
+      {{at("back"), directory_state, kept_directory, 0}, {at("back/file"), file_state, kept_file, 1}});
+  EXPECT_EQ(done.problems, std::vector<std::string>{});
+  result[at("back")] = restored_directory;
+  result[at("back/file")] = restored_file;
+  EXPECT_EQ(differences(result, tree()), "");
+}
+
 TEST_F(Restoring, JoinsTheNamesOfOneFileWhicheverOfThemStands) {
   for (const std::string standing : {"a", "b", "c", "none"}) {
     if (standing != "none") {
