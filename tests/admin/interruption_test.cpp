@@ -235,6 +235,22 @@ TEST_F(Interruption, DuringTheRehearsalTouchesNothing) {
   }
 }
 
+// They die with the program, but not in the same moment: until then nobody else may begin.
+TEST_F(Interruption, FindsTheLockInTheHandsOfTheProcessesThatRunTheInstaller) {
+  const auto holds_lock = [](pid_t process) {
+    const fs::path files = "/proc/" + std::to_string(process) + "/fd";
+    return std::any_of(fs::directory_iterator(files), {}, [](const fs::directory_entry &file) {
+      return fs::read_symlink(file.path()) == state_dir;
+    });
+  };
+  const auto program = begin();
+  ASSERT_TRUE(appears(in_envi("bin/envi_original"))) << "the installer did not begin";
+  const pid_t above = child_of(program->process());
+  EXPECT_TRUE(holds_lock(above));
+  EXPECT_TRUE(holds_lock(child_of(above)));
+  expect_status(program->finish(), 0);
+}
+
 TEST_F(Interruption, OfTheInstallersOwnProcessTakesEverythingBack) {
   expect_taken_back_after_killing([](pid_t program) { return child_of(child_of(program)); });
 }
