@@ -190,6 +190,24 @@ TEST_F(TakingBack, PutsAsideWhatCannotBeReadForAComparison) {
   EXPECT_EQ(read_file(at("p")), found_bytes);
 }
 
+TEST_F(TakingBack, FlushesEachFileSystemOnceThatHoldsOneOfThePaths) {
+  fs::create_directory(at("d"));
+  const auto told_when_refused = [this](int call) {
+    const auto then = [call](int count) { return count == call; };
+    return told_under(
+        [&] {
+          support::disturb({SYS_syncfs, EIO, then});
+        },
+        [this] {
+          flush_file_systems({at("d/p"), at("p"), kept_at("1"), kept_at("2")});
+        });
+  };
+  EXPECT_EQ(told_when_refused(1), "cannot flush the file system of " + path("host") + ": Input/output error");
+  EXPECT_EQ(told_when_refused(2),
+            "cannot flush the file system of /var/lib/korvalen/kept: Input/output error");
+  EXPECT_EQ(told_when_refused(3), "");
+}
+
 TEST_F(TakingBack, FinishesARunThatIsOnRecordAndTakesNothingBack) {
   write_file(at("p"), after_bytes, 0644);
   receipt record;
