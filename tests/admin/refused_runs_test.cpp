@@ -171,6 +171,17 @@ TEST_F(RefusedRun, OfAnUninstallationLeavesTheBackupsWhereAScriptCannotComeBack)
   EXPECT_EQ(differences(before, everything()), "");
 }
 
+TEST_F(RefusedRun, OfAnUninstallationTakesNoBackupBeforeTheScriptsAreOnDisk) {
+  const exact_tree before = everything();
+  expect_status(command("install"), 0);
+  const support::outcome ended = under([] { disturb({SYS_syncfs, EIO, first}); }, {"uninstall"});
+  EXPECT_EQ(ended.err, "korvalen_admin: cannot flush the file system of /etc: Input/output error\n");
+  EXPECT_EQ(read_file(in_envi("bin/envi")), envi_script("envi"));
+  EXPECT_TRUE(fs::exists(in_envi("bin/envi_original")));
+  expect_status(command("uninstall"), 0);
+  EXPECT_EQ(differences(before, everything()), "");
+}
+
 TEST_F(RefusedRun, OfAnUninstallationLosesNoKeptBytesWhereTheRecordCannotBeWritten) {
   const exact_tree before = everything();
   expect_status(command("install"), 0);
