@@ -195,8 +195,8 @@ outcome run_child(const child_settings &settings, const std::function<int()> &co
   wait_for_orphan(announced);
   outcome result;
   result.status = status;
-  result.output = read_whole(output);
-  result.errors = read_whole(errors);
+  result.output = read_whole(output, "the output");
+  result.errors = read_whole(errors, "the errors");
   if (result.status == could_not_begin)
     throw failure(result.errors.substr(0, result.errors.find('\n')));
   return result;

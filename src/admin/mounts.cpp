@@ -104,9 +104,10 @@ std::vector<mounted> parse_mounts(std::string_view mountinfo) {
 }
 
 std::vector<mounted> visible_mounts() {
-  std::vector<mounted> mounts = parse_mounts(read_whole(open_for_reading("/proc/self/mountinfo")));
+  const std::string list = "/proc/self/mountinfo";
+  std::vector<mounted> mounts = parse_mounts(read_whole(open_for_reading(list), list));
   if (mounts.empty())
-    throw failure("/proc/self/mountinfo lists no mount; is /proc mounted?");
+    throw failure(list + " lists no mount; is /proc mounted?");
   std::erase_if(mounts, [](const mounted &mount) { return !is_visible(mount); });
   std::sort(mounts.begin(), mounts.end(),
             [](const mounted &a, const mounted &b) { return a.point < b.point; });

@@ -17,7 +17,7 @@ constexpr std::size_t largest_shown = 1U << 20U;
 } // namespace
 
 std::optional<std::string> shown_text(const tree &in, const std::string &path) {
-  const auto text = read_small(in, path, largest_shown);
+  auto text = read_small(in, path, largest_shown);
   if (!text || text->find('\0') != std::string::npos)
     return std::nullopt;
   return text;

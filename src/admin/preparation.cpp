@@ -45,18 +45,22 @@ struct keeping {
   std::map<std::string, std::string> sources;
 };
 
+// Returns the number under which the bytes at the path are kept now, as the rehearsal saw them.
+std::uint64_t keep(keeping &all, const tree &in, const std::string &path, const state &seen) {
+  const std::uint64_t number = all.next++;
+  if (!is_same(keep_copy(in, path, store::kept_path(number)), seen))
+    throw failure(path +
+                  " was changed by somebody else meanwhile; nothing was touched, give the command again");
+  return number;
+}
+
 void keep_found(keeping &all, const change &touched, journaled_path &one) {
   if (one.found.type != file_type::file && one.found.type != file_type::directory)
     return;
-  const auto [place, is_new] =
-      all.numbers.try_emplace({touched.stood->device, touched.stood->inode}, all.next);
+  const auto [place, is_new] = all.numbers.try_emplace({touched.stood->device, touched.stood->inode});
+  if (is_new)
+    place->second = keep(all, all.made.seen->disk(), one.path, one.found);
   one.kept = place->second;
-  if (!is_new)
-    return;
-  const state kept = keep_copy(all.made.seen->disk(), one.path, store::kept_path(all.next++));
-  if (!is_same(kept, one.found))
-    throw failure(one.path +
-                  " was changed by somebody else meanwhile; nothing was touched, give the command again");
 }
 
 // The file of the product that has the bytes of a copy, or an empty text.
@@ -64,7 +68,7 @@ std::string source_of(const keeping &all, const journaled_path &one) {
   const auto directory = all.sources.find(parent_of(one.path));
   if (directory == all.sources.end())
     return "";
-  const std::string source = joined(directory->second, name_of(one.path));
+  std::string source = joined(directory->second, name_of(one.path));
   const struct stat status = follow(all.made.seen->inside(), source).value_or(no_file);
   if (!S_ISREG(status.st_mode) || static_cast<std::uint64_t>(status.st_size) != one.after.size)
     return "";
@@ -77,8 +81,7 @@ void keep_after(keeping &all, const change &touched, journaled_path &one) {
   one.source = source_of(all, one);
   if (!one.source.empty())
     return;
-  one.after_kept = all.next;
-  keep_copy(all.made.seen->inside(), one.path, store::kept_path(all.next++));
+  one.after_kept = keep(all, all.made.seen->inside(), one.path, one.after);
 }
 
 bool is_shown(const command &given, const std::set<std::string> &scripts, const change &one) {

@@ -128,7 +128,7 @@ std::optional<std::string> store::read(const char *name) const {
     return std::nullopt;
   if (!file)
     fail("cannot read " + in_store(name));
-  return read_whole(file);
+  return read_whole(file, in_store(name));
 }
 
 std::optional<std::string> store::who_works() const {

@@ -95,23 +95,31 @@ TEST_F(RefusedRun, BySomebodysChangeAfterTheJournalStandsTouchesNothing) {
   EXPECT_EQ(read_file(in_envi("save/k.sav")), "the host's own");
 }
 
+// What the run replaces and what it leaves there: the latter tells the beginnings of an interrupted run from
+// what is somebody else's.
 TEST_F(RefusedRun, WithACopyThatIsNotWhatTheRehearsalSawTouchesNothing) {
   const exact_tree before = everything();
   const std::string kept = state_dir + "/kept";
-  const auto is_kept = [&](int) { return fs::exists(kept) && !fs::is_empty(kept); };
-  const auto spoil = [&] {
-    for (const fs::directory_entry &copy : fs::directory_iterator(kept))
-      write_file(copy.path(), "other bytes");
-  };
-  const support::outcome ended = under([&] { disturb({SYS_fsync, 0, is_kept, spoil}); }, {"install"});
-  EXPECT_EQ(ended.err,
-            "korvalen_admin: " + in_envi("bin/envi") +
-                " was changed by somebody else meanwhile; nothing was touched, give the command again\n");
-  EXPECT_EQ(ended.status, 1);
-  EXPECT_EQ(differences(before, everything()), "");
-  EXPECT_FALSE(fs::exists(run_file));
-  EXPECT_FALSE(fs::exists(receipt_file));
-  EXPECT_TRUE(fs::is_empty(kept));
+  for (const std::string &held : {read_file(in_envi("bin/envi")), std::string("KORVALEN_INIT_DIR=")}) {
+    const auto copy = [&] {
+      const auto copies = fs::directory_iterator(kept);
+      return std::find_if(begin(copies), end(copies), [&](const fs::directory_entry &one) {
+        return read_file(one.path()).find(held) != std::string::npos;
+      });
+    };
+    const auto is_kept = [&](int) { return fs::exists(kept) && copy() != fs::directory_iterator(); };
+    const auto spoil = [&] { write_file(copy()->path(), "other bytes"); };
+    const support::outcome ended = under([&] { disturb({SYS_fsync, 0, is_kept, spoil}); }, {"install"});
+    EXPECT_EQ(ended.err,
+              "korvalen_admin: " + in_envi("bin/envi") +
+                  " was changed by somebody else meanwhile; nothing was touched, give the command again\n")
+        << held;
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(differences(before, everything()), "");
+    EXPECT_FALSE(fs::exists(run_file));
+    EXPECT_FALSE(fs::exists(receipt_file));
+    EXPECT_TRUE(fs::is_empty(kept));
+  }
 }
 
 TEST_F(RefusedRun, OfAReadingVerificationNamesTheFirstFileAndTheReason) {

@@ -332,7 +332,7 @@ TEST_F(View, OfATreeSaysWhatCannotBeRead) {
       call([&] {
         tell_of([&] { open_tree_at(path("nowhere")); });
         tell_of([&] { open_for_reading(path("nowhere")); });
-        tell_of([&] { read_whole(open_for_reading(scratch())); });
+        tell_of([&] { read_whole(open_for_reading(scratch()), scratch()); });
         tell_of([&] { link_target(disk, scratch()); });
         tell_of([&] { look_up(disk, path(std::string(300, 'n'))); });
         std::cout << link_target(disk, path("link")) << look_up(disk, path("link/x")).has_value()
@@ -341,9 +341,9 @@ TEST_F(View, OfATreeSaysWhatCannotBeRead) {
       }),
       Ended(0,
             "cannot open " + path("nowhere") + ": No such file or directory\n" + "cannot open " +
-                path("nowhere") + ": No such file or directory\n" + "cannot read: Is a directory\n" +
-                "cannot read the link " + scratch().string() + ": Invalid argument\n" + "cannot look up " +
-                path(std::string(300, 'n')) + ": File name too long\n" + "target000\n",
+                path("nowhere") + ": No such file or directory\n" + "cannot read " + scratch().string() +
+                ": Is a directory\n" + "cannot read the link " + scratch().string() + ": Invalid argument\n" +
+                "cannot look up " + path(std::string(300, 'n')) + ": File name too long\n" + "target000\n",
             ""));
 }
 
