@@ -52,7 +52,9 @@ endif()
 if(KORVALEN_COVERAGE)
   # To watch the scopes of temporaries, the address sanitizer would add branches that no test can take, beside each
   # condition that makes one. The fuzzers watch them.
-  target_compile_options(korvalen_instruments INTERFACE --coverage -fno-sanitize-address-use-after-scope)
+  # Counts of what the system's headers define are asked for by nobody.
+  target_compile_options(korvalen_instruments INTERFACE
+    --coverage -fprofile-exclude-files=/usr/include/.* -fno-sanitize-address-use-after-scope)
   # Confined children end by _exit, and would leave no counts.
   target_link_options(korvalen_instruments INTERFACE --coverage -Wl,--wrap=_exit)
   add_library(korvalen_counts STATIC tests/coverage/counts_at_exit.cpp)

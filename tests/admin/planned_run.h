@@ -3,13 +3,12 @@
 
 #include "admin/confinement.h"
 #include "admin/disk_state.h"
+#include "admin/report_object.h"
 #include "installer/installation.h"
 #include "korvalen/files/file_copy.h"
 #include "run/whole_run.h"
 #include "support/programs.h"
 #include "support/surroundings.h"
-
-#include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <functional>
@@ -23,7 +22,8 @@
 
 namespace admin_tests {
 
-using json = nlohmann::json;
+using admin_reports::json;
+using admin_reports::report_object;
 
 inline void must(long result, const std::string &what) {
   if (result < 0)
@@ -175,7 +175,7 @@ protected:
     std::vector<std::string> happened = changes_between(before, entries_below(watched()));
     for (std::string &line : happened)
       line = whole_runs::replaced(line, " " + root_ + "/", " /");
-    told_ = json::parse(planned.out, nullptr, false);
+    told_ = report_object(planned.out);
     expect_same(told_, planned.status, installed, happened);
     for (std::string &line : happened)
       line = whole_runs::replaced(whole_runs::replaced(line, envi(), "ENVI"), product(), "PRODUCT");
@@ -229,7 +229,7 @@ protected:
     EXPECT_EQ(in_words.out, "");
     EXPECT_EQ(in_json.err, "");
     EXPECT_EQ(in_json.status, 1);
-    const json object = json::parse(in_json.out, nullptr, false);
+    const json object = report_object(in_json.out);
     EXPECT_TRUE(object.is_object() && object["changes"].empty()) << in_json.out;
     const std::string error = without_random_names(object.is_object() ? object.value("error", "") : "");
     EXPECT_EQ(without_random_names(in_words.err), "korvalen_admin: " + error + "\n");
