@@ -49,9 +49,10 @@ void refuse_end(const view &seen, const std::string &path) {
 }
 
 void refuse_ends_below(const view &seen, const std::string &directory) {
+  const open_directory opened = open_directory_in(seen.disk(), directory);
   for (const std::string &name : names_in(seen.disk(), directory)) {
     const std::string path = joined(directory, name);
-    const struct stat status = look_up(seen.disk(), path).value_or(no_file);
+    const struct stat status = look_up(opened, name).value_or(no_file);
     if (S_ISDIR(status.st_mode))
       refuse_ends_below(seen, path);
     else if (!S_ISREG(status.st_mode))

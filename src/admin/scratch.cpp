@@ -72,13 +72,13 @@ std::uint64_t available_memory() {
 
 std::uint64_t bytes_below(const tree &in, const std::string &directory) {
   std::uint64_t bytes = 0;
+  const open_directory opened = open_directory_in(in, directory);
   for (const std::string &name : names_in(in, directory)) {
-    const std::string path = joined(directory, name);
-    const struct stat end = follow(in, path).value_or(no_file);
+    const struct stat end = follow(opened, name).value_or(no_file);
     if (!S_ISDIR(end.st_mode))
       bytes += static_cast<std::uint64_t>(end.st_size);
-    else if (S_ISDIR(look_up(in, path).value_or(no_file).st_mode))
-      bytes += bytes_below(in, path);
+    else if (S_ISDIR(look_up(opened, name).value_or(no_file).st_mode))
+      bytes += bytes_below(in, joined(directory, name));
   }
   return bytes;
 }
