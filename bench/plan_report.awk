@@ -1,5 +1,5 @@
-# Behind bench/statistics.awk and bench/tables.awk. Reads what bench/plan prints and writes tables, growth and targets: what the plan of an
-# installation costs beside the installation. Ends with status 1 when a target is missed.
+# Behind bench/statistics.awk and bench/tables.awk. Reads what bench/plan prints and writes tables, growth and targets:
+# what the plan of an installation costs beside the installation. Ends with status 1 when a target is missed.
 #
 # Every number is the median over the rounds. A ratio or a difference is the median of the rounds'.
 

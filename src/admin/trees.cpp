@@ -118,12 +118,12 @@ descriptor open_for_reading(const std::string &path) {
   return descriptor(checked(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY), "cannot open " + path));
 }
 
-std::string read_whole(const descriptor &file, const std::string &path) {
+std::string read_whole(const descriptor &file, const std::string &name) {
   std::string text;
   std::array<char, 65'536> block;
   for (;;) {
     const ssize_t size = pread(file.get(), block.data(), block.size(), static_cast<off_t>(text.size()));
-    if (checked(size, "cannot read " + path) == 0)
+    if (checked(size, "cannot read " + name) == 0)
       return text;
     text.append(block.data(), static_cast<std::size_t>(size));
   }

@@ -52,8 +52,8 @@ descriptor open_in(const tree &in, const std::string &path);
 // A file of the process's own root directory, opened for reading. Throws a failure when that fails.
 descriptor open_for_reading(const std::string &path);
 
-// What the file holds from its beginning. Throws a failure, which names the path, when it cannot be read.
-std::string read_whole(const descriptor &file, const std::string &path);
+// What the file holds from its beginning. Throws a failure, which names it so, when it cannot be read.
+std::string read_whole(const descriptor &file, const std::string &name);
 
 // The bytes of a regular file of at most `limit` bytes that the path leads to, or nothing. Throws a failure
 // when it cannot be read.

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "admin/exact_tree.h"
-#include "admin/report_object.h"
+#include "admin/parsed_json.h"
 #include "run/whole_run.h"
 #include "support/programs.h"
 
@@ -21,8 +21,8 @@
 
 namespace admin_runs {
 
-using admin_reports::json;
-using admin_reports::report_object;
+using admin_json::json;
+using admin_json::parsed_json;
 using whole_runs::replaced;
 
 inline const std::string state_dir = "/var/lib/korvalen";
@@ -133,7 +133,7 @@ protected:
   }
   json told(const std::string &name, std::vector<std::string> options = {}) const {
     options.insert(options.begin(), "--json");
-    return report_object(command(name, options).out);
+    return parsed_json(command(name, options).out);
   }
   std::unique_ptr<running_program> start(const std::string &name, const std::string &output = "run") const {
     return std::make_unique<running_program>(

@@ -88,7 +88,7 @@ TEST_F(AdminCommandLine, EndsWithStatusOneAndTouchesNothingWhereverItIsWrong) {
     const support::outcome ended_in_json = admin(line);
     EXPECT_EQ(ended_in_json.status, 1) << shown;
     EXPECT_EQ(ended_in_json.err, "") << shown;
-    const json object = report_object(ended_in_json.out);
+    const json object = parsed_json(ended_in_json.out);
     ASSERT_TRUE(object.is_object()) << shown << ended_in_json.out;
     EXPECT_EQ(object["status"], 1) << shown;
     EXPECT_EQ(object["changes"], json::array()) << shown;

@@ -353,7 +353,7 @@ TEST_F(Interruption, ByTwentyRunsAtOnceLeavesAHostThatIsTrueToItsRecord) {
     EXPECT_EQ(ended.err.empty(), ended.status != 1) << name << ended;
   }
   EXPECT_FALSE(fs::exists(run_file));
-  if (report_object(read_file(receipt_file))["content"]["installations"].empty()) {
+  if (parsed_json(read_file(receipt_file))["content"]["installations"].empty()) {
     EXPECT_EQ(differences(before, everything()), "");
   } else {
     expect_status(command("verify"), 0);

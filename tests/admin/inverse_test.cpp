@@ -192,7 +192,7 @@ TEST_F(Inverse, KnowsAnEnviByAnyOfItsNames) {
   expect_status(admin({"install", path("host/korvalen_now"), path("host/current")}), 0);
   expect_status(admin({"verify", product(), envi()}), 0);
   expect_status(admin({"install", product(), envi()}), 0);
-  EXPECT_EQ(report_object(read_file(receipt_file))["content"]["installations"].size(), 1U);
+  EXPECT_EQ(parsed_json(read_file(receipt_file))["content"]["installations"].size(), 1U);
   expect_status(admin({"uninstall", product(), path("host/current")}), 0);
   EXPECT_EQ(differences(before, everything()), "");
 }
@@ -423,7 +423,7 @@ protected:
   std::string left_paths() const {
     return "/etc/quorin\n/etc/quorin/Korvalen_configuration.ini\n" + kept_file() + "\n";
   }
-  static json installations() { return report_object(read_file(receipt_file))["content"]["installations"]; }
+  static json installations() { return parsed_json(read_file(receipt_file))["content"]["installations"]; }
 
   exact_tree before_;
   std::string installed_;

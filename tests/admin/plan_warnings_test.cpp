@@ -17,7 +17,7 @@ protected:
   // "CODE PATH" of each warning.
   std::vector<std::string> warned() const {
     std::vector<std::string> found;
-    const json told = report_object(plan({"--json"}).out);
+    const json told = parsed_json(plan({"--json"}).out);
     for (const json &one : told.at("warnings"))
       found.push_back(one["code"].get<std::string>() + " " +
                       whole_runs::replaced(one.value("path", ""), envi(), "ENVI"));
@@ -44,7 +44,7 @@ TEST_F(PlanWarnings, NameTheDirectoryOfAScriptThatIsMissing) {
 TEST_F(PlanWarnings, OfBlanksTellThePathThatWasGivenToo) {
   fs::create_directory_symlink(envi(), path("an envi"));
   envi_dir = path("an envi");
-  const json told = report_object(plan({"--json"}).out);
+  const json told = parsed_json(plan({"--json"}).out);
   const auto one = std::find_if(told["warnings"].begin(), told["warnings"].end(),
                                 [](const json &warning) { return warning["code"] == "blanks"; });
   ASSERT_NE(one, told["warnings"].end()) << told.dump(1);

@@ -3,7 +3,7 @@
 
 #include "admin/confinement.h"
 #include "admin/disk_state.h"
-#include "admin/report_object.h"
+#include "admin/parsed_json.h"
 #include "installer/installation.h"
 #include "korvalen/files/file_copy.h"
 #include "run/whole_run.h"
@@ -22,8 +22,8 @@
 
 namespace admin_tests {
 
-using admin_reports::json;
-using admin_reports::report_object;
+using admin_json::json;
+using admin_json::parsed_json;
 
 inline void must(long result, const std::string &what) {
   if (result < 0)
@@ -175,7 +175,7 @@ protected:
     std::vector<std::string> happened = changes_between(before, entries_below(watched()));
     for (std::string &line : happened)
       line = whole_runs::replaced(line, " " + root_ + "/", " /");
-    told_ = report_object(planned.out);
+    told_ = parsed_json(planned.out);
     expect_same(told_, planned.status, installed, happened);
     for (std::string &line : happened)
       line = whole_runs::replaced(whole_runs::replaced(line, envi(), "ENVI"), product(), "PRODUCT");
@@ -229,7 +229,7 @@ protected:
     EXPECT_EQ(in_words.out, "");
     EXPECT_EQ(in_json.err, "");
     EXPECT_EQ(in_json.status, 1);
-    const json object = report_object(in_json.out);
+    const json object = parsed_json(in_json.out);
     EXPECT_TRUE(object.is_object() && object["changes"].empty()) << in_json.out;
     const std::string error = without_random_names(object.is_object() ? object.value("error", "") : "");
     EXPECT_EQ(without_random_names(in_words.err), "korvalen_admin: " + error + "\n");

@@ -206,7 +206,7 @@ TEST_F(RefusedRun, OfAnUninstallationLosesNoKeptBytesWhereTheRecordCannotBeWritt
 
 TEST_F(RefusedRun, RemovesWhatAKilledUninstallationLeftBesideAPath) {
   expect_status(command("install"), 0);
-  const json paths = report_object(read_file(receipt_file))["content"]["paths"];
+  const json paths = parsed_json(read_file(receipt_file))["content"]["paths"];
   std::string beside;
   for (std::size_t number = 0; number < paths.size(); ++number)
     if (paths[number]["path"] == in_envi("save/k.sav"))

@@ -127,7 +127,7 @@ TEST_F(Verify, SaysWhatItMayNotReadAndWhatDiffersAllTheSame) {
   expect_status(command("install"), 0);
   write_file(in_envi("bin/envi"), "drifted", 0755);
   must(chmod(in_envi("save").c_str(), 0700), "chmod");
-  const json in_json = report_object(verify_as_other_user({"--json"}).out);
+  const json in_json = parsed_json(verify_as_other_user({"--json"}).out);
   EXPECT_EQ(in_json["status"], 1);
   EXPECT_EQ(in_json["error"], in_envi("save/k.sav") + " cannot be read: cannot look up " +
                                   in_envi("save/k.sav") + ": Permission denied");

@@ -34,7 +34,7 @@ protected:
   // A line "CODE PATH" each.
   std::vector<std::string> warned(const std::string &product_dir, const std::string &envi) const {
     const support::outcome planned = support::run({support::admin_path, "plan", "--json", product_dir, envi});
-    const json object = report_object(planned.out);
+    const json object = parsed_json(planned.out);
     std::vector<std::string> lines;
     for (const json &one : object.at("warnings"))
       lines.push_back(one["code"].get<std::string>() + " " +
@@ -93,7 +93,7 @@ TEST_F(Warnings, NameEveryMissingScript) {
 
 TEST_F(Warnings, TellWhatStandsOnStandardErrorThoughTheInstallerEndsWell) {
   ship("envi/extensions/quorin_core.sav"); // which could not be removed, and is not deployed either
-  const json object = report_object(plan_under(silenced_nowhere(), "--json").out);
+  const json object = parsed_json(plan_under(silenced_nowhere(), "--json").out);
   EXPECT_EQ(object["installer"]["status"], 0) << object.dump(1);
   std::vector<std::string> texts;
   for (const json &one : object.at("warnings")) {
@@ -109,7 +109,7 @@ TEST_F(Warnings, AreToldWhereAFileHasTheNameOfADirectoryThatIsNotDeployed) {
   write_file(source("envi/save/both.sav/inside"), "of the product");
   write_file(envi() + "/save/both.sav", "the host's");
   const support::outcome planned = plan_under(silenced_nowhere(), "--json");
-  const json object = report_object(planned.out);
+  const json object = parsed_json(planned.out);
   EXPECT_FALSE(object.contains("error")) << planned;
   EXPECT_EQ(object["installer"]["status"], 0) << planned;
 }
@@ -139,7 +139,7 @@ protected:
   PlanOfFiles() { make_host(); }
   // The changes of a plan, with their differences.
   json changes() const {
-    json object = report_object(plan({"--json"}).out);
+    json object = parsed_json(plan({"--json"}).out);
     json by_path;
     for (const json &one : object["changes"])
       by_path[whole_runs::replaced(one["path"], envi() + "/", "")] = one.value("diff", "none");

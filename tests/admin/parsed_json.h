@@ -1,4 +1,4 @@
-// The JSON that korvalen_admin prints.
+// The JSON that korvalen_admin prints and keeps.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -8,11 +8,11 @@
 // Compiled once for all tests.
 extern template class nlohmann::basic_json<>;
 
-namespace admin_reports {
+namespace admin_json {
 
 using json = nlohmann::json;
 
 // A value that is no object where the text is no JSON.
-json report_object(const std::string &text);
+json parsed_json(const std::string &text);
 
-} // namespace admin_reports
+} // namespace admin_json
